@@ -1,0 +1,97 @@
+#include "cli/files.hpp"
+
+#include <algorithm>
+#include <system_error>
+
+namespace tarnwick::cli {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool ends_with_ascii_nocase(std::string_view name, std::string_view suffix) {
+  if (name.size() < suffix.size()) return false;
+  return std::equal(suffix.begin(), suffix.end(), name.end() - suffix.size(), [](char a, char b) {
+    return a == (b >= 'A' && b <= 'Z' ? static_cast<char>(b - 'A' + 'a') : b);
+  });
+}
+
+bool is_markdown(std::string_view name) {
+  return ends_with_ascii_nocase(name, ".md") || ends_with_ascii_nocase(name, ".markdown");
+}
+
+bool is_skipped(const fs::path& entry, bool is_directory) {
+  const std::string name = entry.filename().string();
+  return name.starts_with('.') || (is_directory && name == "node_modules");
+}
+
+void walk(const fs::path& directory, Selection& selection, std::vector<SourceFile>& found) {
+  std::error_code error;
+  fs::recursive_directory_iterator it(directory, fs::directory_options::none, error);
+  if (error) {
+    selection.errors.push_back({directory.string(), error.message()});
+    return;
+  }
+  for (const fs::recursive_directory_iterator end; it != end; it.increment(error)) {
+    if (error) {
+      selection.errors.push_back({it->path().string(), error.message()});
+      error.clear();
+      continue;
+    }
+    const fs::file_status status = it->symlink_status(error);
+    if (error) {
+      selection.errors.push_back({it->path().string(), error.message()});
+      error.clear();
+      continue;
+    }
+    const bool is_directory = fs::is_directory(status);
+    if (is_skipped(it->path(), is_directory)) {
+      if (is_directory) it.disable_recursion_pending();
+      continue;
+    }
+    if (fs::is_regular_file(status) && is_markdown(it->path().filename().string())) {
+      const std::string path = it->path().lexically_relative(directory).generic_string();
+      found.push_back({it->path(), path, prefix_of(path)});
+    }
+  }
+  if (error) selection.errors.push_back({directory.string(), error.message()});
+}
+
+}  // namespace
+
+std::string prefix_of(const std::string& path) {
+  std::string prefix = path;
+  const auto slash = prefix.rfind('/');
+  const auto dot = prefix.rfind('.');
+  if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) prefix.erase(dot);
+  std::replace(prefix.begin(), prefix.end(), '/', '.');
+  return prefix;
+}
+
+Selection select_files(const std::vector<std::string>& arguments,
+                       const std::optional<std::string>& prefix) {
+  Selection selection;
+  for (const auto& argument : arguments) {
+    const fs::path location(argument);
+    std::error_code error;
+    const fs::file_status status = fs::status(location, error);
+    if (error || !fs::exists(status)) {
+      const std::string reason = error ? error.message() : "no such file or directory";
+      selection.errors.push_back({argument, reason});
+      continue;
+    }
+    if (fs::is_directory(status)) {
+      std::vector<SourceFile> found;
+      walk(location, selection, found);
+      std::sort(found.begin(), found.end(),
+                [](const SourceFile& a, const SourceFile& b) { return a.path < b.path; });
+      std::move(found.begin(), found.end(), std::back_inserter(selection.files));
+    } else {
+      const std::string path = location.filename().string();
+      selection.files.push_back({location, path, prefix.value_or(prefix_of(path))});
+    }
+  }
+  return selection;
+}
+
+}  // namespace tarnwick::cli

@@ -1,0 +1,33 @@
+// `tarnwick-md index`: every Markdown file of the arguments as JSON Lines records.
+#pragma once
+
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/files.hpp"
+#include "tarnwick/tree.hpp"
+
+namespace tarnwick::cli {
+
+struct IndexOptions {
+  std::vector<std::string> paths;
+  std::optional<std::string> prefix;
+  bool verbose = false;
+};
+
+// What indexing one file gave: its records, the engine's debug lines, or why it failed.
+struct FileOutput {
+  std::string records;
+  std::vector<std::string> debug_lines;
+  std::optional<ReadError> error;
+};
+
+FileOutput index_file(const SourceFile& file, std::int64_t file_id, const MarkdownParser& parser,
+                      bool verbose);
+
+// Writes the records to `out` and problems to `err`; returns the exit status.
+int run_index(const IndexOptions& options, std::ostream& out, std::ostream& err);
+
+}  // namespace tarnwick::cli

@@ -1,0 +1,24 @@
+// The indexer's default rules, shared by its engines.
+#pragma once
+
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace tarnwick::cli {
+
+// Numbers repeated FQNs within one file: the candidate the first time, then candidate#n with
+// the smallest n >= 2 not yet returned.
+class UniqueFqns {
+ public:
+  std::string operator()(const std::string& candidate);
+
+ private:
+  std::unordered_set<std::string> returned_;
+  std::unordered_map<std::string, unsigned long> next_number_;  // where the search for n resumes
+};
+
+// Cuts a text of more than 1000 code points to its first 997 followed by "...".
+std::string cap_docstring(const std::string& text);
+
+}  // namespace tarnwick::cli

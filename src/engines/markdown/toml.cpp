@@ -1,0 +1,1 @@
+// TOML front matter fields.

@@ -1,0 +1,30 @@
+// UTF-8 text: decoding bytes with replacement, and counting and cutting by code point.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace tarnwick::engines::markdown::detail {
+
+inline constexpr char32_t REPLACEMENT_CHARACTER = 0xFFFD;
+
+// The bytes as well-formed UTF-8: each maximal ill-formed subpart becomes one U+FFFD.
+std::string decode_utf8(std::string_view bytes);
+
+// Appends the UTF-8 encoding of a code point (a surrogate is written as U+FFFD).
+void append_utf8(std::string& out, char32_t code_point);
+
+// Reads the code point at `pos` of well-formed UTF-8 and moves `pos` past it.
+char32_t next_code_point(std::string_view text, std::size_t& pos);
+
+// Reads the code point that ends at `pos` of well-formed UTF-8 and moves `pos` to its start.
+char32_t previous_code_point(std::string_view text, std::size_t& pos);
+
+// How many code points well-formed UTF-8 holds.
+std::size_t code_point_count(std::string_view text);
+
+// The first `count` code points of well-formed UTF-8 (all of it when it has fewer).
+std::string_view first_code_points(std::string_view text, std::size_t count);
+
+}  // namespace tarnwick::engines::markdown::detail

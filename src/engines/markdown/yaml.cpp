@@ -1,0 +1,1 @@
+// YAML front matter fields.

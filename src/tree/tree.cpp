@@ -1,0 +1,39 @@
+#include "tarnwick/tree.hpp"
+
+#include <stdexcept>
+
+namespace tarnwick {
+
+MarkdownParser::MarkdownParser() : parser_(ts_parser_new(), ts_parser_delete) {
+  if (!ts_parser_set_language(parser_.get(), tree_sitter_markdown())) {
+    throw std::runtime_error("the Markdown grammar does not fit this tree-sitter runtime");
+  }
+}
+
+TSTree* MarkdownParser::parse(std::string_view text) const {
+  return ts_parser_parse_string(parser_.get(), nullptr, text.data(),
+                                static_cast<std::uint32_t>(text.size()));
+}
+
+Document::Document(const MarkdownParser& parser, std::string text)
+    : text_(std::move(text)), tree_(parser.parse(text_), ts_tree_delete) {}
+
+engines::markdown::Node Document::root() const {
+  return {ts_tree_root_node(tree_.get()), text_};
+}
+
+std::string normalize_line_endings(std::string_view bytes) {
+  std::string text;
+  text.reserve(bytes.size());
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (bytes[i] != '\r') {
+      text += bytes[i];
+    } else {
+      text += '\n';
+      if (i + 1 < bytes.size() && bytes[i + 1] == '\n') ++i;
+    }
+  }
+  return text;
+}
+
+}  // namespace tarnwick
