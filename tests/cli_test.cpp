@@ -1,0 +1,113 @@
+// The command line's side of indexing: which files, in which order, under which prefix, the
+// indexer's default rules, and what happens to a file that cannot be read.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "cli/files.hpp"
+#include "cli/index.hpp"
+#include "cli/rules.hpp"
+
+namespace tarnwick::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+class TempTree : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    root_ = fs::temp_directory_path() /
+            ("tarnwick-cli-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
+             "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(root_);
+    fs::create_directories(root_);
+  }
+  void TearDown() override { fs::remove_all(root_); }
+
+  void write(const std::string& relative, const std::string& content) {
+    const fs::path path = root_ / relative;
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << content;
+  }
+
+  std::vector<std::string> selected_paths(const std::vector<std::string>& arguments) {
+    std::vector<std::string> paths;
+    for (const auto& file : select_files(arguments, std::nullopt).files) {
+      paths.push_back(file.path + " " + file.prefix);
+    }
+    return paths;
+  }
+
+  fs::path root_;
+};
+
+TEST_F(TempTree, WalksDirectoriesInByteOrderSkippingHiddenEntriesAndNodeModules) {
+  for (const char* name : {"b.md", "a.MD", "Z.markdown", "docs/setup.md", "docs/notes.txt",
+                           ".hidden/x.md", ".x.md", "node_modules/p/readme.md", "a-b.md",
+                           "\xC3\xA9.md"}) {
+    write(name, "# T\n");
+  }
+  fs::create_symlink(root_ / "b.md", root_ / "link.md");
+  const std::vector<std::string> expected = {"Z.markdown Z", "a-b.md a-b", "a.MD a", "b.md b",
+                                             "docs/setup.md docs.setup", "\xC3\xA9.md \xC3\xA9"};
+  EXPECT_EQ(selected_paths({root_.string()}), expected);
+}
+
+TEST_F(TempTree, TakesFileArgumentsByBaseNameInTheOrderGiven) {
+  write("docs/b.md", "");
+  write("a.txt", "");
+  EXPECT_EQ(selected_paths({(root_ / "docs/b.md").string(), (root_ / "a.txt").string()}),
+            (std::vector<std::string>{"b.md b", "a.txt a"}));
+  const auto selection = select_files({(root_ / "docs/b.md").string()}, "Custom");
+  EXPECT_EQ(selection.files.at(0).prefix, "Custom");
+}
+
+TEST(Prefix, DropsTheFinalExtensionAndDotsTheFolders) {
+  EXPECT_EQ(prefix_of("docs/setup.md"), "docs.setup");
+  EXPECT_EQ(prefix_of("README.md"), "README");
+  EXPECT_EQ(prefix_of("v1.2/notes.en.md"), "v1.2.notes.en");
+  EXPECT_EQ(prefix_of("dir.d/README"), "dir.d.README");
+}
+
+TEST(UniqueFqns, NumbersRepeatsWithTheSmallestFreeNumber) {
+  UniqueFqns unique;
+  EXPECT_EQ(unique("Usage"), "Usage");
+  EXPECT_EQ(unique("Usage"), "Usage#2");
+  EXPECT_EQ(unique("Usage#2"), "Usage#2#2");
+  EXPECT_EQ(unique("A#3"), "A#3");
+  EXPECT_EQ(unique("A"), "A");
+  EXPECT_EQ(unique("A"), "A#2");
+  EXPECT_EQ(unique("A"), "A#4");  // A#3 was returned already
+}
+
+TEST(CapDocstring, CutsPastAThousandCodePoints) {
+  EXPECT_EQ(cap_docstring(std::string(1000, 'x')), std::string(1000, 'x'));
+  EXPECT_EQ(cap_docstring(std::string(1001, 'x')), std::string(997, 'x') + "...");
+  std::string wide;
+  for (int i = 0; i < 1001; ++i) wide += "\xC3\xA9";
+  EXPECT_EQ(cap_docstring(wide), wide.substr(0, 997 * 2) + "...");
+}
+
+TEST_F(TempTree, IndexesEveryReadableFileAndReportsTheOthers) {
+  write("a.md", "# A\r\ntext\r\n\r\n## B\rmore\r");
+  write("b.md", "# B\n");
+  std::ostringstream out, err;
+  const int status = run_index(
+      {.paths = {(root_ / "a.md").string(), (root_ / "missing.md").string(),
+                 (root_ / "b.md").string()},
+       .prefix = std::nullopt,
+       .verbose = false},
+      out, err);
+  EXPECT_EQ(status, 1);
+  EXPECT_NE(err.str().find("missing.md"), std::string::npos);
+  EXPECT_EQ(out.str(),
+            R"({"type":"symbol","path":"a.md","file_id":1,"id":null,"name":"A","kind":"section","fqn":"a.A","start_line":1,"end_line":5,"signature":"A","is_export":true,"docstring":"text"}
+{"type":"symbol","path":"a.md","file_id":1,"id":null,"name":"B","kind":"section","fqn":"a.A.B","start_line":4,"end_line":5,"signature":"A > B","is_export":true,"docstring":"more"}
+{"type":"symbol","path":"b.md","file_id":2,"id":null,"name":"B","kind":"section","fqn":"b.B","start_line":1,"end_line":1,"signature":"B","is_export":true,"docstring":null}
+)");
+}
+
+}  // namespace
+}  // namespace tarnwick::cli
