@@ -1,12 +1,19 @@
 #include "cli/index.hpp"
 
+#include <algorithm>
 #include <cerrno>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <thread>
 #include <cstring>
 #include <fstream>
 #include <iostream>
 #include <limits>
 #include <sstream>
 
+#include "cli/progress.hpp"
 #include "cli/records.hpp"
 #include "cli/rules.hpp"
 #include "tarnwick/engines/markdown.hpp"
@@ -48,6 +55,7 @@ FileOutput index_file(const SourceFile& file, std::int64_t file_id, const Markdo
     output.error = ReadError{file.location.string(), "too large to parse (4 GiB or more)"};
     return output;
   }
+  output.bytes = bytes->size();
   const Document document(parser, normalize_line_endings(*bytes));
   UniqueFqns unique_fqn;
   markdown::IndexerRules rules{
@@ -69,24 +77,87 @@ FileOutput index_file(const SourceFile& file, std::int64_t file_id, const Markdo
   return output;
 }
 
+namespace {
+
+// A failure inside the engine must not end the whole run: it becomes that file's error.
+FileOutput index_file_safely(const SourceFile& file, std::int64_t file_id,
+                             const MarkdownParser& parser, bool verbose) {
+  try {
+    return index_file(file, file_id, parser, verbose);
+  } catch (const std::exception& failure) {
+    FileOutput output;
+    output.error = ReadError{file.location.string(), std::string("internal error: ") + failure.what()};
+    return output;
+  }
+}
+
+// Indexes the files on `jobs` threads and hands each output to `emit` in file order. Only a
+// window of outputs waits to be emitted, so memory follows the files in flight, not the count.
+void index_in_order(const std::vector<SourceFile>& files, unsigned jobs, bool verbose,
+                    const std::function<void(const FileOutput&)>& emit) {
+  const std::size_t window = 2 * std::size_t{jobs};
+  std::mutex mutex;
+  std::condition_variable ready, room;
+  std::map<std::size_t, FileOutput> finished;
+  std::size_t next_to_take = 0, next_to_emit = 0;
+
+  const auto work = [&] {
+    const MarkdownParser parser;
+    for (;;) {
+      std::size_t index;
+      {
+        std::unique_lock lock(mutex);
+        room.wait(lock, [&] {
+          return next_to_take == files.size() || next_to_take < next_to_emit + window;
+        });
+        if (next_to_take == files.size()) return;
+        index = next_to_take++;
+      }
+      FileOutput output = index_file_safely(files[index], index + 1, parser, verbose);
+      {
+        const std::lock_guard lock(mutex);
+        finished.emplace(index, std::move(output));
+      }
+      ready.notify_all();
+    }
+  };
+  std::vector<std::jthread> workers;
+  for (unsigned i = 0; i < std::min<std::size_t>(jobs, files.size()); ++i) workers.emplace_back(work);
+
+  while (next_to_emit < files.size()) {
+    FileOutput output;
+    {
+      std::unique_lock lock(mutex);
+      ready.wait(lock, [&] { return finished.contains(next_to_emit); });
+      output = std::move(finished.extract(next_to_emit).mapped());
+      ++next_to_emit;
+    }
+    room.notify_all();
+    emit(output);
+  }
+}
+
+}  // namespace
+
 int run_index(const IndexOptions& options, std::ostream& out, std::ostream& err) {
   const Selection selection = select_files(options.paths, options.prefix);
   bool failed = !selection.errors.empty();
-  for (const auto& error : selection.errors) {
+  const auto report = [&err](const ReadError& error) {
     err << "tarnwick-md: cannot read " << error.what << ": " << error.reason << "\n";
-  }
-  const MarkdownParser parser;
-  std::int64_t file_id = 0;
-  for (const auto& file : selection.files) {
-    const FileOutput output = index_file(file, ++file_id, parser, options.verbose);
-    for (const auto& line : output.debug_lines) err << line << "\n";
-    if (output.error) {
-      err << "tarnwick-md: cannot read " << output.error->what << ": " << output.error->reason
-          << "\n";
-      failed = true;
-    }
-    out << output.records;
-  }
+  };
+  for (const auto& error : selection.errors) report(error);
+  Progress progress(selection.files.size(), err);
+  index_in_order(selection.files, std::max(1u, options.jobs), options.verbose,
+                 [&](const FileOutput& output) {
+                   for (const auto& line : output.debug_lines) err << line << "\n";
+                   if (output.error) {
+                     report(*output.error);
+                     failed = true;
+                   }
+                   out << output.records;
+                   progress.advance(output.bytes);
+                 });
+  progress.finish();
   out.flush();
   return failed ? 1 : 0;
 }

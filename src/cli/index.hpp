@@ -15,10 +15,12 @@ struct IndexOptions {
   std::vector<std::string> paths;
   std::optional<std::string> prefix;
   bool verbose = false;
+  unsigned jobs = 1;  // files indexed at once, each on its own thread with its own parser
 };
 
 // What indexing one file gave: its records, the engine's debug lines, or why it failed.
 struct FileOutput {
+  std::size_t bytes = 0;  // the size of the file read
   std::string records;
   std::vector<std::string> debug_lines;
   std::optional<ReadError> error;

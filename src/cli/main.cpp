@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <iostream>
+#include <thread>
 
 #include "cli/index.hpp"
 
@@ -26,6 +27,12 @@ int main(int argc, char** argv) {
   index_command->add_option("--prefix", index.prefix,
                             "The FQN prefix of the file's sections, in place of the one made "
                             "from its path. Only with a single file argument.");
+
+  index.jobs = std::max(1u, std::thread::hardware_concurrency());
+  index_command->add_option("-j,--jobs", index.jobs,
+                            "Files indexed at once, each on its own thread. The output is the "
+                            "same for any number. Default: the number of cores.")
+      ->check(CLI::Range(1u, 1024u));
 
   CLI11_PARSE(app, argc, argv);
 
