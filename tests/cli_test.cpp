@@ -44,14 +44,15 @@ class TempTree : public ::testing::Test {
 };
 
 TEST_F(TempTree, WalksDirectoriesInByteOrderSkippingHiddenEntriesAndNodeModules) {
-  for (const char* name : {"b.md", "a.MD", "Z.markdown", "docs/setup.md", "docs/notes.txt",
-                           ".hidden/x.md", ".x.md", "node_modules/p/readme.md", "a-b.md",
-                           "\xC3\xA9.md"}) {
+  for (const char* name :
+       {"b.md", "a.MD", "Z.markdown", "docs/setup.md", "docs/notes.txt", ".hidden/x.md", ".x.md",
+        "node_modules/p/readme.md", "a-b.md", "\xC3\xA9.md"}) {
     write(name, "# T\n");
   }
   fs::create_symlink(root_ / "b.md", root_ / "link.md");
-  const std::vector<std::string> expected = {"Z.markdown Z", "a-b.md a-b", "a.MD a", "b.md b",
-                                             "docs/setup.md docs.setup", "\xC3\xA9.md \xC3\xA9"};
+  const std::vector<std::string> expected = {
+      "Z.markdown Z",        "a-b.md a-b", "a.MD a", "b.md b", "docs/setup.md docs.setup",
+      "\xC3\xA9.md \xC3\xA9"};
   EXPECT_EQ(selected_paths({root_.string()}), expected);
 }
 
@@ -94,16 +95,17 @@ TEST_F(TempTree, IndexesEveryReadableFileAndReportsTheOthers) {
   write("a.md", "# A\r\ntext\r\n\r\n## B\rmore\r");
   write("b.md", "# B\n");
   std::ostringstream out, err;
-  const int status = run_index(
-      {.paths = {(root_ / "a.md").string(), (root_ / "missing.md").string(),
-                 (root_ / "b.md").string()},
-       .prefix = std::nullopt,
-       .verbose = false},
-      out, err);
+  const int status =
+      run_index({.paths = {(root_ / "a.md").string(), (root_ / "missing.md").string(),
+                           (root_ / "b.md").string()},
+                 .prefix = std::nullopt,
+                 .verbose = false},
+                out, err);
   EXPECT_EQ(status, 1);
   EXPECT_NE(err.str().find("missing.md"), std::string::npos);
-  EXPECT_EQ(out.str(),
-            R"({"type":"symbol","path":"a.md","file_id":1,"id":null,"name":"A","kind":"section","fqn":"a.A","start_line":1,"end_line":5,"signature":"A","is_export":true,"docstring":"text"}
+  EXPECT_EQ(
+      out.str(),
+      R"({"type":"symbol","path":"a.md","file_id":1,"id":null,"name":"A","kind":"section","fqn":"a.A","start_line":1,"end_line":5,"signature":"A","is_export":true,"docstring":"text"}
 {"type":"symbol","path":"a.md","file_id":1,"id":null,"name":"B","kind":"section","fqn":"a.A.B","start_line":4,"end_line":5,"signature":"A > B","is_export":true,"docstring":"more"}
 {"type":"symbol","path":"b.md","file_id":2,"id":null,"name":"B","kind":"section","fqn":"b.B","start_line":1,"end_line":1,"signature":"B","is_export":true,"docstring":null}
 )");

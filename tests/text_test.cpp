@@ -21,11 +21,17 @@ struct Case {
 TEST(Utf8, DecodingReplacesEachMaximalIllFormedSubpart) {
   const std::vector<Case> cases = {
       {"caf\xC3\xA9", "caf\xC3\xA9"},
-      {"a\xFF" "b", "a\uFFFD" "b"},
-      {"\xE2\x82" "b", "\uFFFD" "b"},        // a truncated sequence is one subpart
+      {"a\xFF"
+       "b",
+       "a\uFFFD"
+       "b"},
+      {"\xE2\x82"
+       "b",
+       "\uFFFD"
+       "b"},  // a truncated sequence is one subpart
       {"\xFF\xFE", "\uFFFD\uFFFD"},
-      {"\xED\xA0\x80", "\uFFFD\uFFFD\uFFFD"},  // an encoded surrogate is not UTF-8
-      {"\xC0\xAF", "\uFFFD\uFFFD"},            // overlong
+      {"\xED\xA0\x80", "\uFFFD\uFFFD\uFFFD"},            // an encoded surrogate is not UTF-8
+      {"\xC0\xAF", "\uFFFD\uFFFD"},                      // overlong
       {"\xF4\x90\x80\x80", "\uFFFD\uFFFD\uFFFD\uFFFD"},  // beyond U+10FFFF
       {"\xF0\x9F\x98", "\uFFFD"},
       {"\xEF\xBB\xBFx", "\uFEFFx"},  // a byte-order mark stays
@@ -109,7 +115,7 @@ TEST(PlainText, ReadsInlineMarkdownAsAReaderSeesIt) {
       {"a\\\nb", "a b"},
       {" \t\n ", ""},
       {"<br/>", ""},
-      {"\xCC\x81_x_", "\xCC\x81x"},  // a combining mark is not a word character...
+      {"\xCC\x81_x_", "\xCC\x81x"},    // a combining mark is not a word character...
       {"\xC3\xA9_x_", "\xC3\xA9_x_"},  // ...but a letter is
       {"\xC2\xBD_x_", "\xC2\xBD_x_"},  // and so is a character with a numeric value
   };
@@ -126,9 +132,15 @@ TEST(PlainText, ReadsTheFirstFourThousandCodePoints) {
 
 TEST(ClosingSequence, RemovesTheLastHashRunOnly) {
   const std::vector<Case> cases = {
-      {"Install ##", "Install"},   {"Install   ##   ", "Install"}, {"Install##", "Install##"},
-      {"a ## ##", "a ##"},         {"#", ""},                     {"C# #", "C#"},
-      {"C#", "C#"},                {"Install \\#", "Install \\#"}, {"a\t#\t", "a"},
+      {"Install ##", "Install"},
+      {"Install   ##   ", "Install"},
+      {"Install##", "Install##"},
+      {"a ## ##", "a ##"},
+      {"#", ""},
+      {"C# #", "C#"},
+      {"C#", "C#"},
+      {"Install \\#", "Install \\#"},
+      {"a\t#\t", "a"},
       {"a #\n", "a\n"},  // $ also matches before a final line feed
   };
   for (const auto& [input, expected] : cases) {

@@ -3,15 +3,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <condition_variable>
-#include <functional>
-#include <map>
-#include <mutex>
-#include <thread>
 #include <cstring>
 #include <fstream>
-#include <iostream>
+#include <functional>
 #include <limits>
+#include <map>
+#include <mutex>
+#include <ostream>
 #include <sstream>
+#include <thread>
 
 #include "cli/progress.hpp"
 #include "cli/records.hpp"
@@ -42,20 +42,20 @@ std::optional<std::string> read_bytes(const SourceFile& file, std::string& reaso
 
 }  // namespace
 
-FileOutput index_file(const SourceFile& file, std::int64_t file_id, const MarkdownParser& parser,
-                      bool verbose) {
-  FileOutput output;
+Extracted extract_file(const SourceFile& file, std::int64_t file_id, const MarkdownParser& parser,
+                       bool verbose) {
+  Extracted found;
   std::string reason;
-  auto bytes = read_bytes(file, reason);
+  const auto bytes = read_bytes(file, reason);
   if (!bytes) {
-    output.error = ReadError{file.location.string(), reason};
-    return output;
+    found.error = ReadError{file.location.string(), reason};
+    return found;
   }
   if (bytes->size() >= std::numeric_limits<std::uint32_t>::max()) {
-    output.error = ReadError{file.location.string(), "too large to parse (4 GiB or more)"};
-    return output;
+    found.error = ReadError{file.location.string(), "too large to parse (4 GiB or more)"};
+    return found;
   }
-  output.bytes = bytes->size();
+  found.bytes = bytes->size();
   const Document document(parser, normalize_line_endings(*bytes));
   UniqueFqns unique_fqn;
   markdown::IndexerRules rules{
@@ -64,14 +64,25 @@ FileOutput index_file(const SourceFile& file, std::int64_t file_id, const Markdo
       .debug_log = {},
   };
   if (verbose) {
-    rules.debug_log = [&output](std::string_view logger, std::string_view message) {
-      output.debug_lines.push_back("DEBUG:" + std::string(logger) + ":" + std::string(message));
+    rules.debug_log = [&found](std::string_view logger, std::string_view message) {
+      found.debug_lines.push_back("DEBUG:" + std::string(logger) + ":" + std::string(message));
     };
   }
-  const auto symbols =
+  found.symbols =
       markdown::extract_sections(document.root(), document.text(), file.prefix, file_id, rules);
-  for (const auto& symbol : symbols) output.records += symbol_record(file.path, symbol);
-  for (const auto& reference : markdown::extract_links(document.root(), symbols)) {
+  found.references = markdown::extract_links(document.root(), found.symbols);
+  return found;
+}
+
+FileOutput index_file(const SourceFile& file, std::int64_t file_id, const MarkdownParser& parser,
+                      bool verbose) {
+  Extracted found = extract_file(file, file_id, parser, verbose);
+  FileOutput output{.bytes = found.bytes,
+                    .records = {},
+                    .debug_lines = std::move(found.debug_lines),
+                    .error = std::move(found.error)};
+  for (const auto& symbol : found.symbols) output.records += symbol_record(file.path, symbol);
+  for (const auto& reference : found.references) {
     output.records += reference_record(file.path, file_id, reference);
   }
   return output;
@@ -86,7 +97,8 @@ FileOutput index_file_safely(const SourceFile& file, std::int64_t file_id,
     return index_file(file, file_id, parser, verbose);
   } catch (const std::exception& failure) {
     FileOutput output;
-    output.error = ReadError{file.location.string(), std::string("internal error: ") + failure.what()};
+    output.error =
+        ReadError{file.location.string(), std::string("internal error: ") + failure.what()};
     return output;
   }
 }
@@ -122,7 +134,8 @@ void index_in_order(const std::vector<SourceFile>& files, unsigned jobs, bool ve
     }
   };
   std::vector<std::jthread> workers;
-  for (unsigned i = 0; i < std::min<std::size_t>(jobs, files.size()); ++i) workers.emplace_back(work);
+  for (unsigned i = 0; i < std::min<std::size_t>(jobs, files.size()); ++i)
+    workers.emplace_back(work);
 
   while (next_to_emit < files.size()) {
     FileOutput output;

@@ -18,6 +18,19 @@ struct IndexOptions {
   unsigned jobs = 1;  // files indexed at once, each on its own thread with its own parser
 };
 
+// What the engine found in one file, or why the file could not be read.
+struct Extracted {
+  std::size_t bytes = 0;  // the size of the file read
+  std::vector<Symbol> symbols;
+  std::vector<engines::references::ReferenceInfo> references;
+  std::vector<std::string> debug_lines;
+  std::optional<ReadError> error;
+};
+
+// Reads, parses and runs both engine calls with the indexer's default rules.
+Extracted extract_file(const SourceFile& file, std::int64_t file_id, const MarkdownParser& parser,
+                       bool verbose);
+
 // What indexing one file gave: its records, the engine's debug lines, or why it failed.
 struct FileOutput {
   std::size_t bytes = 0;  // the size of the file read

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "cli/index.hpp"
+#include "cli/views.hpp"
 
 int main(int argc, char** argv) {
   CLI::App app{"tarnwick-md: index the outline and the file links of Markdown documents."};
@@ -29,16 +30,33 @@ int main(int argc, char** argv) {
                             "from its path. Only with a single file argument.");
 
   index.jobs = std::max(1u, std::thread::hardware_concurrency());
-  index_command->add_option("-j,--jobs", index.jobs,
-                            "Files indexed at once, each on its own thread. The output is the "
-                            "same for any number. Default: the number of cores.")
+  index_command
+      ->add_option("-j,--jobs", index.jobs,
+                   "Files indexed at once, each on its own thread. The output is the "
+                   "same for any number. Default: the number of cores.")
       ->check(CLI::Range(1u, 1024u));
+
+  std::string file;
+  auto* outline_command = app.add_subcommand(
+      "outline",
+      "Show the outline of a Markdown file: its sections as an indented tree, each "
+      "with its line range and the start of its docstring.");
+  outline_command->add_option("FILE", file, "The Markdown file.")->required();
+  auto* links_command = app.add_subcommand(
+      "links",
+      "Show the links of a Markdown file to other files: line, kind, target and the "
+      "section that holds the link.");
+  links_command->add_option("FILE", file, "The Markdown file.")->required();
 
   CLI11_PARSE(app, argc, argv);
 
+  if (outline_command->parsed()) return tarnwick::cli::run_outline(file, std::cout, std::cerr);
+  if (links_command->parsed()) return tarnwick::cli::run_links(file, std::cout, std::cerr);
+
   if (index_command->parsed()) {
     if (index.paths.empty()) index.paths.push_back(".");
-    if (index.prefix && (index.paths.size() != 1 || std::filesystem::is_directory(index.paths[0]))) {
+    if (index.prefix &&
+        (index.paths.size() != 1 || std::filesystem::is_directory(index.paths[0]))) {
       std::cerr << "tarnwick-md: --prefix needs a single file argument\n";
       return 2;
     }

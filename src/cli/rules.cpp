@@ -9,7 +9,9 @@ namespace {
 constexpr std::size_t MAX_DOCSTRING_LENGTH = 1000;
 constexpr std::string_view CUT_MARKER = "...";
 
-bool starts_code_point(char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }
+bool starts_code_point(char c) {
+  return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+}
 
 }  // namespace
 

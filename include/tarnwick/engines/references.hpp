@@ -22,8 +22,8 @@ constexpr std::string_view to_string(RefKind kind) {
 
 // A link from a place in one file to another file (or into the same file, by anchor alone).
 struct ReferenceInfo {
-  std::string name;                       // the target's path, possibly empty
-  std::optional<std::string> qualifier;   // the anchor
+  std::string name;                      // the target's path, possibly empty
+  std::optional<std::string> qualifier;  // the anchor
   RefKind kind = REF_DOC_LINK;
   std::int64_t line = 0;                  // 1-based
   std::optional<std::string> source_fqn;  // the innermost section holding the line

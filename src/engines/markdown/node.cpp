@@ -8,7 +8,9 @@ namespace tarnwick::engines::markdown::detail {
 
 const NodeTypes CONTAINERS = {"document", "ERROR", "section"};
 
-std::string_view type(Node node) { return ts_node_type(node.node); }
+std::string_view type(Node node) {
+  return ts_node_type(node.node);
+}
 
 std::vector<Node> children(Node node) {
   std::vector<Node> result;
@@ -23,7 +25,9 @@ std::vector<Node> children(Node node) {
   return result;
 }
 
-std::uint32_t start_row(Node node) { return ts_node_start_point(node.node).row; }
+std::uint32_t start_row(Node node) {
+  return ts_node_start_point(node.node).row;
+}
 
 std::optional<Node> first_child(Node node, std::string_view child_type) {
   for (const Node child : children(node)) {

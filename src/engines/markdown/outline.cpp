@@ -12,8 +12,8 @@ namespace tarnwick::engines::markdown {
 namespace detail {
 
 const std::unordered_map<std::string_view, int> LEVEL_MARKERS = {
-    {"atx_h1_marker", 1}, {"atx_h2_marker", 2},       {"atx_h3_marker", 3},
-    {"atx_h4_marker", 4}, {"atx_h5_marker", 5},       {"atx_h6_marker", 6},
+    {"atx_h1_marker", 1},       {"atx_h2_marker", 2},       {"atx_h3_marker", 3},
+    {"atx_h4_marker", 4},       {"atx_h5_marker", 5},       {"atx_h6_marker", 6},
     {"setext_h1_underline", 1}, {"setext_h2_underline", 2},
 };
 
@@ -33,8 +33,8 @@ int level_of(std::span<const Node> parts) {
 std::string heading_text(Node node, std::span<const Node> parts) {
   const bool atx = type(node) == ATX_HEADING;
   const std::string_view holder = atx ? "inline" : "paragraph";
-  const auto found = std::find_if(parts.begin(), parts.end(),
-                                  [&](Node part) { return type(part) == holder; });
+  const auto found =
+      std::find_if(parts.begin(), parts.end(), [&](Node part) { return type(part) == holder; });
   if (found == parts.end()) return {};
   const std::string written = text(*found);
   return atx ? replace_all(CLOSING_SEQUENCE, written, -1) : written;
@@ -126,8 +126,8 @@ std::string heading_path(std::span<const std::string> names) {
 
 std::vector<Heading> with_front_matter(std::vector<Heading> headings, const FrontMatter& front,
                                        std::optional<Node> following) {
-  const auto first_h1 = std::find_if(headings.begin(), headings.end(),
-                                     [](const Heading& h) { return h.level == 1; });
+  const auto first_h1 =
+      std::find_if(headings.begin(), headings.end(), [](const Heading& h) { return h.level == 1; });
   if (first_h1 != headings.end()) {
     if (front.description && !front.description->empty()) first_h1->summary = front.description;
     return headings;
@@ -165,7 +165,8 @@ std::vector<Symbol> extract_sections(Node root, std::string_view source, std::st
     while (!holders.empty() && holders.back().level >= h.level) holders.pop_back();
     if (h.name.empty()) continue;
     const std::string parent_fqn = holders.empty() ? std::string(prefix) : holders.back().fqn;
-    std::vector<std::string> path = holders.empty() ? std::vector<std::string>{} : holders.back().path;
+    std::vector<std::string> path =
+        holders.empty() ? std::vector<std::string>{} : holders.back().path;
     path.push_back(h.name);
     std::string fqn = rules.unique_fqn(parent_fqn + "." + h.name);
     std::string signature = heading_path(path);

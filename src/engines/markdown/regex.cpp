@@ -92,8 +92,8 @@ Regex::Regex(std::string_view pattern, Options options) {
   pcre2_set_newline(context.get(), PCRE2_NEWLINE_LF);
   int error = 0;
   PCRE2_SIZE offset = 0;
-  code_ = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(spelled.data()), spelled.size(), flags,
-                        &error, &offset, context.get());
+  code_ = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(spelled.data()), spelled.size(), flags, &error,
+                        &offset, context.get());
   if (!code_) {
     PCRE2_UCHAR message[256];
     pcre2_get_error_message(error, message, sizeof message);
@@ -102,7 +102,9 @@ Regex::Regex(std::string_view pattern, Options options) {
   pcre2_jit_compile(code_, PCRE2_JIT_COMPLETE);  // falls back to the interpreter if JIT fails
 }
 
-Regex::~Regex() { pcre2_code_free(code_); }
+Regex::~Regex() {
+  pcre2_code_free(code_);
+}
 
 std::optional<Match> Regex::run(std::string_view subject, std::size_t start,
                                 std::uint32_t flags) const {
@@ -117,7 +119,8 @@ std::optional<Match> Regex::run(std::string_view subject, std::size_t start,
                              reinterpret_cast<char*>(message));
   }
   const PCRE2_SIZE* ovector = pcre2_get_ovector_pointer(local.data);
-  const auto pairs = std::min<std::uint32_t>(pcre2_get_ovector_count(local.data), Match::MAX_GROUPS);
+  const auto pairs =
+      std::min<std::uint32_t>(pcre2_get_ovector_count(local.data), Match::MAX_GROUPS);
   Match found;
   found.offsets_.fill(Match::UNSET);
   for (std::uint32_t i = 0; i < 2 * pairs; ++i) found.offsets_[i] = ovector[i];

@@ -4,7 +4,9 @@ namespace tarnwick::engines::markdown::detail {
 
 namespace {
 
-bool is_continuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
+bool is_continuation(unsigned char byte) {
+  return (byte & 0xC0) == 0x80;
+}
 
 // The length of the well-formed sequence at `pos`, or of its maximal ill-formed subpart
 // (negated) when it is not well-formed. The bounds of the second byte follow the table of
