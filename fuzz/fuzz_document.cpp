@@ -1,0 +1,30 @@
+// Arbitrary bytes as a Markdown file, through the real parser and both engine calls.
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "cli/rules.hpp"
+#include "invariants.hpp"
+#include "tarnwick/tree.hpp"
+
+using namespace tarnwick;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const MarkdownParser parser;
+  const Document document(parser,
+                          normalize_line_endings({reinterpret_cast<const char*>(data), size}));
+  cli::UniqueFqns unique_fqn;
+  const engines::markdown::IndexerRules rules{
+      .unique_fqn = std::ref(unique_fqn),
+      .cap_docstring = cli::cap_docstring,
+      .debug_log = [](std::string_view, std::string_view message) {
+        fuzz::require(fuzz::is_valid_utf8(message), "debug lines are UTF-8");
+      }};
+  const auto sections = engines::markdown::extract_sections(document.root(), document.text(),
+                                                            "README", 1, rules);
+  const auto lines = 1 + std::count(document.text().begin(), document.text().end(), '\n');
+  fuzz::check_sections(sections, "README", lines);
+  fuzz::check_references(engines::markdown::extract_links(document.root(), sections), lines);
+  return 0;
+}

@@ -1,0 +1,53 @@
+#include "invariants.hpp"
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "engines/markdown/utf8.hpp"
+
+namespace tarnwick::fuzz {
+
+using engines::markdown::detail::code_point_count;
+using engines::markdown::detail::decode_utf8;
+
+void require(bool condition, std::string_view what) {
+  if (condition) return;
+  std::fprintf(stderr, "invariant broken: %.*s\n", static_cast<int>(what.size()), what.data());
+  std::abort();
+}
+
+bool is_valid_utf8(std::string_view text) { return decode_utf8(text) == text; }
+
+void check_sections(std::span<const Symbol> sections, std::string_view prefix,
+                    std::int64_t line_count) {
+  std::int64_t previous_start = 0;
+  for (const Symbol& s : sections) {
+    require(!s.name.empty(), "a section has a name");
+    require(s.fqn.starts_with(std::string(prefix) + "."), "the FQN begins with the prefix");
+    require(1 <= s.start_line && s.start_line <= s.end_line && s.end_line <= line_count,
+            "start_line <= end_line within the document");
+    require(s.start_line >= previous_start, "sections come in document order");
+    require(code_point_count(s.signature) <= engines::markdown::MAX_PATH_LENGTH,
+            "a signature has at most 200 code points");
+    require(is_valid_utf8(s.name) && is_valid_utf8(s.fqn) && is_valid_utf8(s.signature) &&
+                (!s.docstring || is_valid_utf8(*s.docstring)),
+            "section texts are UTF-8");
+    require(!s.docstring || !s.docstring->empty(), "a docstring is absent rather than empty");
+    previous_start = s.start_line;
+  }
+}
+
+void check_references(std::span<const engines::references::ReferenceInfo> references,
+                      std::int64_t line_count) {
+  std::int64_t previous_line = 1;
+  for (const auto& r : references) {
+    require(r.line >= previous_line && r.line <= line_count, "references come in line order");
+    require(!r.name.empty() || r.qualifier, "a reference names something");
+    require(!r.qualifier || !r.qualifier->empty(), "a qualifier is absent rather than empty");
+    require(is_valid_utf8(r.name) && (!r.qualifier || is_valid_utf8(*r.qualifier)),
+            "reference texts are UTF-8");
+    previous_line = r.line;
+  }
+}
+
+}  // namespace tarnwick::fuzz
