@@ -16,33 +16,20 @@ namespace {
 
 using namespace std::string_literals;
 
-struct FieldCase {
-  Value value;
-  std::optional<std::string> expected;
-};
-
 TEST(FrontMatterField, TextAndNumbersReadAsPlainTextAndNothingElseDoes) {
-  const std::vector<FieldCase> cases = {
-      {"Guide"s, "Guide"},
-      {"How to *install*"s, "How to install"},
-      {"**"s, "**"},
-      {""s, std::nullopt},
-      {" \n "s, std::nullopt},
-      {"<br/>"s, std::nullopt},
-      {Integer{"1000"}, "1000"},
-      {Integer{"-12"}, "-12"},
-      {true, std::nullopt},
-      {false, std::nullopt},
-      {nullptr, std::nullopt},
-      {Opaque::DATE, std::nullopt},
-      {Opaque::TIMESTAMP, std::nullopt},
-      {Opaque::BINARY, std::nullopt},
-      {Opaque::LIST, std::nullopt},
-      {Opaque::SET, std::nullopt},
-      {Opaque::MAPPING, std::nullopt},
-  };
-  for (const auto& [value, expected] : cases) {
-    EXPECT_EQ(field({{"title", value}}, "title"), expected) << value.index();
+  const std::vector<std::pair<Value, std::string>> shown = {{"Guide"s, "Guide"},
+                                                            {"How to *install*"s, "How to install"},
+                                                            {"**"s, "**"},
+                                                            {Integer{"1000"}, "1000"},
+                                                            {Integer{"-12"}, "-12"}};
+  for (const auto& [value, expected] : shown) {
+    EXPECT_EQ(field({{"title", value}}, "title"), expected);
+  }
+  const std::vector<Value> absent = {
+      ""s,          " \n "s,           "<br/>"s,       true,         false,       nullptr,
+      Opaque::DATE, Opaque::TIMESTAMP, Opaque::BINARY, Opaque::LIST, Opaque::SET, Opaque::MAPPING};
+  for (const Value& value : absent) {
+    EXPECT_EQ(field({{"title", value}}, "title"), std::nullopt) << value.index();
   }
   EXPECT_EQ(field({{"description", "D"s}}, "title"), std::nullopt);
 }
@@ -67,10 +54,10 @@ TEST(FrontMatterField, FloatsAreTheShortestTextThatReadsBack) {
       {1.7976931348623157e308, "1.7976931348623157e+308"},
       {INFINITY, "inf"},
       {-INFINITY, "-inf"},
-      {NAN, "nan"},
-  };
-  for (const auto& [number, expected] : cases)
+      {NAN, "nan"}};
+  for (const auto& [number, expected] : cases) {
     EXPECT_EQ(field({{"title", number}}, "title"), expected);
+  }
 }
 
 }  // namespace
@@ -120,32 +107,26 @@ TEST(FrontMatter, TheReadmeTraceComesOutWhole) {
 }
 
 TEST(FrontMatter, FieldsReadAsTheirPlainText) {
-  check({
-      {"markup in the description",
-       "---\ntitle: Guide\ndescription: How to *install*\n---\n",
-       {"README.Guide 1-4 How to install"}},
-      {"a boolean is no title", "---\ntitle: yes\n---\n", {}},
-      {"a date is no title", "---\ntitle: 2024-05-01\n---\n", {}},
-      {"an integer", "---\ntitle: 2024\n---\n", {"README.2024 1-3 (none)"}},
-      {"a float", "---\ntitle: 1.50\n---\n", {"README.1.5 1-3 (none)"}},
-      {"a hexadecimal integer", "---\ntitle: 0x1F\n---\n", {"README.31 1-3 (none)"}},
-      {"empty text", "---\ntitle: ''\n---\n", {}},
-      {"a lone pair of asterisks", "---\ntitle: '**'\n---\n", {"README.** 1-3 (none)"}},
-      {"a list", "---\ntitle: [a, b]\n---\n", {}},
-      {"a mapping", "---\ntitle: {a: b}\n---\n", {}},
-      {"TOML",
-       "+++\ntitle = 'Guide'\ndescription = \"A \\u00e9\"\n+++\n",
-       {"README.Guide 1-4 A \xC3\xA9"}},
-      {"TOML stops at a table", "+++\n[params]\ntitle = 'Guide'\n+++\n", {}},
-  });
+  check({{"markup in the description",
+          "---\ntitle: Guide\ndescription: How to *install*\n---\n",
+          {"README.Guide 1-4 How to install"}},
+         {"a boolean is no title", "---\ntitle: yes\n---\n", {}},
+         {"a date is no title", "---\ntitle: 2024-05-01\n---\n", {}},
+         {"an integer", "---\ntitle: 2024\n---\n", {"README.2024 1-3 (none)"}},
+         {"a float", "---\ntitle: 1.50\n---\n", {"README.1.5 1-3 (none)"}},
+         {"empty text", "---\ntitle: ''\n---\n", {}},
+         {"a lone pair of asterisks", "---\ntitle: '**'\n---\n", {"README.** 1-3 (none)"}},
+         {"a list", "---\ntitle: [a, b]\n---\n", {}},
+         {"TOML",
+          "+++\ntitle = 'Guide'\ndescription = \"A \\u00e9\"\n+++\n",
+          {"README.Guide 1-4 A \xC3\xA9"}},
+         {"TOML stops at a table", "+++\n[params]\ntitle = 'Guide'\n+++\n", {}}});
 }
 
 TEST(FrontMatter, TheBodyLiesBetweenTheDelimiterLines) {
-  check({
-      {"trailing empty lines", "---\ntitle: A\n---\n\n\n", {"README.A 1-3 (none)"}},
-      {"only the delimiters", "---\n---\n", {}},
-      {"delimiters and text", "---\n---\nText.\n", {}},
-  });
+  check({{"trailing empty lines", "---\ntitle: A\n---\n\n\n", {"README.A 1-3 (none)"}},
+         {"only the delimiters", "---\n---\n", {}},
+         {"delimiters and text", "---\n---\nText.\n", {}}});
 }
 
 TEST(FrontMatter, ABodyOfMoreThan65536CodePointsIsNotRead) {
@@ -180,38 +161,39 @@ TEST(FrontMatter, UnreadableYamlGivesOneDebugLineNamingThePrefix) {
 TEST(FrontMatter, TitleSectionAndDescription) {
   const std::string front = "---\ntitle: Front\ndescription: From the front\n---\n";
   const std::string untitled = "---\ndescription: From the front\n---\n";
-  check({
-      {"the first H1 keeps its name and takes the description",
-       front + "# Guide\nRead this first.\n",
-       {"README.Guide 5-6 From the front"}},
-      {"without a description the H1 keeps its paragraph",
-       "---\ntitle: Front\n---\n# Guide\nRead this first.\n",
-       {"README.Guide 4-5 Read this first."}},
-      {"only the first H1 takes it",
-       front + "# One\nFirst.\n# Two\nSecond.\n",
-       {"README.One 5-6 From the front", "README.Two 7-8 Second."}},
-      {"the first H1 need not be the first heading",
-       front + "## Intro\n# Guide\n",
-       {"README.Intro 5-5 (none)", "README.Guide 6-6 From the front"}},
-      {"a setext H1", front + "Guide\n=====\n", {"README.Guide 5-6 From the front"}},
-      {"an H1 without a name takes it and makes no section",
-       front + "# #\n## A\n",
-       {"README.A 6-6 (none)"}},
-      {"no H1: the title names a section over the whole file",
-       front + "## A\ntext\n",
-       {"README.Front 1-6 From the front", "README.Front.A 5-6 text"}},
-      {"no description: the paragraph below the front matter",
-       "---\ntitle: Front\n---\nIntro *here*.\n",
-       {"README.Front 1-4 Intro here."}},
-      {"no description and a list below",
-       "---\ntitle: Front\n---\n- item\n",
-       {"README.Front 1-4 (none)"}},
-      {"no description and a heading below",
-       "---\ntitle: Front\n---\n## A\n",
-       {"README.Front 1-4 (none)", "README.Front.A 4-4 (none)"}},
-      {"a description without a title is not used", untitled + "## A\n", {"README.A 4-4 (none)"}},
-      {"a title alone makes one section", "---\ntitle: Front\n---\n", {"README.Front 1-3 (none)"}},
-  });
+  check(
+      {{"the first H1 keeps its name and takes the description",
+        front + "# Guide\nRead this first.\n",
+        {"README.Guide 5-6 From the front"}},
+       {"without a description the H1 keeps its paragraph",
+        "---\ntitle: Front\n---\n# Guide\nRead this first.\n",
+        {"README.Guide 4-5 Read this first."}},
+       {"only the first H1 takes it",
+        front + "# One\nFirst.\n# Two\nSecond.\n",
+        {"README.One 5-6 From the front", "README.Two 7-8 Second."}},
+       {"the first H1 need not be the first heading",
+        front + "## Intro\n# Guide\n",
+        {"README.Intro 5-5 (none)", "README.Guide 6-6 From the front"}},
+       {"a setext H1", front + "Guide\n=====\n", {"README.Guide 5-6 From the front"}},
+       {"an H1 without a name takes it and makes no section",
+        front + "# #\n## A\n",
+        {"README.A 6-6 (none)"}},
+       {"no H1: the title names a section over the whole file",
+        front + "## A\ntext\n",
+        {"README.Front 1-6 From the front", "README.Front.A 5-6 text"}},
+       {"no description: the paragraph below the front matter",
+        "---\ntitle: Front\n---\nIntro *here*.\n",
+        {"README.Front 1-4 Intro here."}},
+       {"no description and a list below",
+        "---\ntitle: Front\n---\n- item\n",
+        {"README.Front 1-4 (none)"}},
+       {"no description and a heading below",
+        "---\ntitle: Front\n---\n## A\n",
+        {"README.Front 1-4 (none)", "README.Front.A 4-4 (none)"}},
+       {"a description without a title is not used", untitled + "## A\n", {"README.A 4-4 (none)"}},
+       {"a title alone makes one section",
+        "---\ntitle: Front\n---\n",
+        {"README.Front 1-3 (none)"}}});
 }
 
 }  // namespace

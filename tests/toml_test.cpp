@@ -51,8 +51,7 @@ TEST(TomlFields, OnlyWholeLinesThatSetAFieldToAStringCount) {
       {{"title = 42"}, {}},
       {{"title = \"x\" junk"}, {}},
       {{"title = \"a\\\""}, {}},
-      {{""}, {}},
-  };
+      {{""}, {}}};
   for (const auto& [lines, expected] : cases) {
     EXPECT_EQ(toml_fields(joined(lines)), expected) << joined(lines);
   }
@@ -92,8 +91,7 @@ TEST(TomlStrings, BasicStringsDecodeAsJsonAndLiteralStringsStayAsWritten) {
       {"\"\\ud83d\\uZZZZ\"", "\\ud83d\\uZZZZ"},
       {"\"tab\tinside\"", "tab\tinside"},
       {"\"\x1F\"", "\x1F"},
-      {"\"end\\\"", "end\\"},
-  };
+      {"\"end\\\"", "end\\"}};
   for (const auto& [literal, expected] : cases) {
     EXPECT_EQ(toml_string(literal), expected) << literal;
   }
