@@ -1,0 +1,67 @@
+/*
+ * The external scanner of the tree-sitter-markdown block grammar, with two guards around it.
+ * It is compiled in place of the grammar's scanner.c, which it includes.
+ *
+ * The saved state is bounded. The scanner saves its whole stack of open blocks (quotes, list
+ * items, ...) into a buffer of TREE_SITTER_SERIALIZATION_BUFFER_SIZE bytes without checking the
+ * size, so a document nested more than about 250 blocks deep would write past the end of that
+ * buffer. Here the saved stack is cut to what fits: the blocks nested deeper are forgotten when
+ * the state is restored. That changes how such a document parses (the scanner's own per-line
+ * count of matched blocks is a byte anyway), but it never corrupts memory.
+ *
+ * Runs of delimiters are not rescanned. At every "`", "~", "*" and "_" the scanner counts the
+ * whole run of them ahead before it looks at whether any token it could make there is wanted,
+ * so a paragraph holding a long run costs time quadratic in the run. Where none of those
+ * tokens is wanted the scan cannot succeed, and it is skipped. Nothing is lost by skipping:
+ * the runtime restores the scanner's state before every scan, so a failed scan leaves no trace.
+ */
+#define tree_sitter_markdown_external_scanner_scan scan_unguarded
+#define tree_sitter_markdown_external_scanner_serialize serialize_unbounded
+#include "scanner.c"
+#undef tree_sitter_markdown_external_scanner_scan
+#undef tree_sitter_markdown_external_scanner_serialize
+
+/* The bytes that the scanner writes before its stack of blocks. */
+enum { SCANNER_HEADER_SIZE = 5 };
+
+unsigned tree_sitter_markdown_external_scanner_serialize(void *payload, char *buffer) {
+  Scanner *scanner = (Scanner *)payload;
+  const size_t fitting =
+      (TREE_SITTER_SERIALIZATION_BUFFER_SIZE - SCANNER_HEADER_SIZE) / sizeof(Block);
+  const size_t open = scanner->open_blocks.size;
+  if (open > fitting) scanner->open_blocks.size = fitting;
+  const unsigned length = serialize_unbounded(payload, buffer);
+  scanner->open_blocks.size = open;
+  return length;
+}
+
+/* True when the scan would reach the scanner's case for the delimiter ahead, and no token that
+ * the case can make is wanted: then the scan fails after counting the run. */
+static bool fails_on_delimiter_run(const Scanner *s, TSLexer *lexer, const bool *valid) {
+  if (valid[TRIGGER_ERROR] || valid[CLOSE_BLOCK] || lexer->eof(lexer) ||
+      (s->state & STATE_MATCHING)) {
+    return false;
+  }
+  if (valid[INDENTED_CHUNK_START] && !valid[NO_INDENTED_CHUNK] && s->indentation >= 4) {
+    return false;
+  }
+  switch (lexer->lookahead) {
+    case '`':
+      return !valid[FENCED_CODE_BLOCK_START_BACKTICK] && !valid[FENCED_CODE_BLOCK_END_BACKTICK];
+    case '~':
+      return !valid[FENCED_CODE_BLOCK_START_TILDE] && !valid[FENCED_CODE_BLOCK_END_TILDE];
+    case '*':
+      return !valid[THEMATIC_BREAK] && !valid[LIST_MARKER_STAR] &&
+             !valid[LIST_MARKER_STAR_DONT_INTERRUPT];
+    case '_':
+      return !valid[THEMATIC_BREAK];
+    default:
+      return false;
+  }
+}
+
+bool tree_sitter_markdown_external_scanner_scan(void *payload, TSLexer *lexer,
+                                                const bool *valid_symbols) {
+  if (fails_on_delimiter_run((const Scanner *)payload, lexer, valid_symbols)) return false;
+  return scan_unguarded(payload, lexer, valid_symbols);
+}
