@@ -234,25 +234,23 @@ std::vector<LinkTarget> inline_targets(std::string_view markdown, std::int64_t f
 
 std::vector<LinkTarget> link_targets(Node root) {
   std::vector<LinkTarget> targets;
-  std::vector<Node> pending{root};
-  while (!pending.empty()) {
-    const Node node = pending.back();
-    pending.pop_back();
+  walk(root, [&targets](Node node) {
     const std::string_view kind = type(node);
     const std::int64_t line = std::int64_t{start_row(node)} + 1;
     if (INLINE_NODES.contains(kind)) {
       std::vector<LinkTarget> found = inline_targets(text(node), line);
       targets.insert(targets.end(), std::make_move_iterator(found.begin()),
                      std::make_move_iterator(found.end()));
-    } else if (kind == REFERENCE_DEFINITION) {
+      return false;
+    }
+    if (kind == REFERENCE_DEFINITION) {
       if (auto target = definition_target(node)) {
         targets.push_back({REF_DOC_LINK, std::move(*target), line});
       }
-    } else if (LINK_CONTAINERS.contains(kind)) {
-      const std::vector<Node> inner = children(node);
-      pending.insert(pending.end(), inner.rbegin(), inner.rend());
+      return false;
     }
-  }
+    return LINK_CONTAINERS.contains(kind);
+  });
   return targets;
 }
 

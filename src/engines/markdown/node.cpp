@@ -45,17 +45,11 @@ std::string text(Node node) {
 
 std::vector<Node> blocks(Node root) {
   std::vector<Node> found;
-  std::vector<Node> pending{root};
-  while (!pending.empty()) {
-    const Node node = pending.back();
-    pending.pop_back();
-    if (CONTAINERS.contains(type(node))) {
-      const std::vector<Node> inner = children(node);
-      pending.insert(pending.end(), inner.rbegin(), inner.rend());
-    } else {
-      found.push_back(node);
-    }
-  }
+  walk(root, [&found](Node node) {
+    if (CONTAINERS.contains(type(node))) return true;
+    found.push_back(node);
+    return false;
+  });
   return found;
 }
 

@@ -30,6 +30,21 @@ std::optional<Node> first_child(Node node, std::string_view child_type);
 // The node's text: its source bytes decoded as UTF-8, ill-formed subparts replaced.
 std::string text(Node node);
 
+// Visits the nodes under `root` depth first, in document order; `enter` returns true for a
+// node whose children are to be visited next. Iterative: nesting costs memory, not stack.
+template <typename Enter>
+void walk(Node root, Enter enter) {
+  std::vector<Node> pending{root};
+  while (!pending.empty()) {
+    const Node node = pending.back();
+    pending.pop_back();
+    if (enter(node)) {
+      const std::vector<Node> inner = children(node);
+      pending.insert(pending.end(), inner.rbegin(), inner.rend());
+    }
+  }
+}
+
 // Every block not nested inside another block, in document order.
 std::vector<Node> blocks(Node root);
 
