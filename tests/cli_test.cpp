@@ -89,6 +89,8 @@ TEST(CapDocstring, CutsPastAThousandCodePoints) {
   std::string wide;
   for (int i = 0; i < 1001; ++i) wide += "\xC3\xA9";
   EXPECT_EQ(cap_docstring(wide), wide.substr(0, 997 * 2) + "...");
+  EXPECT_EQ(shortened("abcdef", 6), "abcdef");  // a text that fits is never cut
+  EXPECT_EQ(shortened("abcdefg", 6), "abc...");
 }
 
 TEST_F(TempTree, IndexesEveryReadableFileAndReportsTheOthers) {

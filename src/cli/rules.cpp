@@ -28,15 +28,19 @@ std::string UniqueFqns::operator()(const std::string& candidate) {
   }
 }
 
-std::string cap_docstring(const std::string& text) {
+std::string shortened(const std::string& text, std::size_t max_length) {
   std::size_t count = 0;
   std::size_t cut = text.size();
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (!starts_code_point(text[i])) continue;
-    if (count == MAX_DOCSTRING_LENGTH - CUT_MARKER.size()) cut = i;
-    if (++count > MAX_DOCSTRING_LENGTH) return text.substr(0, cut) + std::string(CUT_MARKER);
+    if (count == max_length - CUT_MARKER.size()) cut = i;
+    if (++count > max_length) return text.substr(0, cut) + std::string(CUT_MARKER);
   }
   return text;
+}
+
+std::string cap_docstring(const std::string& text) {
+  return shortened(text, MAX_DOCSTRING_LENGTH);
 }
 
 }  // namespace tarnwick::cli

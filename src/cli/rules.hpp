@@ -18,6 +18,10 @@ class UniqueFqns {
   std::unordered_map<std::string, unsigned long> next_number_;  // where the search for n resumes
 };
 
+// A text of more than `max_length` code points cut to fit that length with a final "...";
+// shorter texts unchanged.
+std::string shortened(const std::string& text, std::size_t max_length);
+
 // Cuts a text of more than 1000 code points to its first 997 followed by "...".
 std::string cap_docstring(const std::string& text);
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "cli/index.hpp"
+#include "cli/rules.hpp"
 
 namespace tarnwick::cli {
 
@@ -30,17 +31,6 @@ std::optional<Extracted> extract_one(const std::string& path, std::ostream& err)
     return std::nullopt;
   }
   return found;
-}
-
-// The first `width` code points of a text, marked with "..." when cut.
-std::string shortened(const std::string& text, std::size_t width) {
-  std::size_t count = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80 && count++ == width - 3) {
-      return text.substr(0, i) + "...";
-    }
-  }
-  return text;
 }
 
 }  // namespace
