@@ -122,6 +122,45 @@ std::vector<Found> wiki_links(std::string_view markdown, std::string_view masked
   return found;
 }
 
+// Whether inline Markdown has what every inline or wiki link has.
+bool may_hold_link(std::string_view markdown) {
+  return markdown.find("](") != std::string_view::npos ||
+         markdown.find("[[") != std::string_view::npos;
+}
+
+// How many '[' a document holds before a position: kept for every STRIDE-th position and
+// counted on from there. Every link starts with one, so the link walk skips the nodes whose
+// bytes hold none, in constant time each however deep they nest.
+class BracketCounts {
+ public:
+  explicit BracketCounts(std::string_view source) : source_(source) {
+    std::size_t count = 0;
+    for (std::size_t block = 0; block <= source.size(); block += STRIDE) {
+      sampled_.push_back(count);
+      count += std::count(source.begin() + block,
+                          source.begin() + std::min(block + STRIDE, source.size()), '[');
+    }
+  }
+
+  // Whether a node's bytes, a view into the document, hold a '['.
+  bool any_in(std::string_view bytes) const {
+    const auto begin = static_cast<std::size_t>(bytes.data() - source_.data());
+    return before(begin + bytes.size()) > before(begin);
+  }
+
+ private:
+  static constexpr std::size_t STRIDE = 64;
+
+  std::size_t before(std::size_t pos) const {
+    const std::size_t block = pos / STRIDE;
+    return sampled_[block] +
+           std::count(source_.begin() + block * STRIDE, source_.begin() + pos, '[');
+  }
+
+  std::string_view source_;
+  std::vector<std::size_t> sampled_;
+};
+
 std::optional<std::string> definition_target(Node definition) {
   const auto written = first_child(definition, DESTINATION_NODE);
   if (!written) return std::nullopt;
@@ -206,10 +245,7 @@ std::vector<ByteRange> code_spans(std::string_view markdown) {
 }
 
 std::vector<LinkTarget> inline_targets(std::string_view markdown, std::int64_t first_line) {
-  if (markdown.find("](") == std::string_view::npos &&
-      markdown.find("[[") == std::string_view::npos) {
-    return {};
-  }
+  if (!may_hold_link(markdown)) return {};
   const std::string blanked = masked(markdown);
   std::vector<Found> inline_found = inline_links(markdown, blanked);
   std::vector<Found> wiki_found = wiki_links(markdown, blanked);
@@ -234,10 +270,14 @@ std::vector<LinkTarget> inline_targets(std::string_view markdown, std::int64_t f
 
 std::vector<LinkTarget> link_targets(Node root) {
   std::vector<LinkTarget> targets;
-  walk(root, [&targets](Node node) {
+  const BracketCounts brackets(root.source);
+  walk(root, [&](Node node) {
+    const std::string_view written = bytes(node);
+    if (!brackets.any_in(written)) return false;
     const std::string_view kind = type(node);
     const std::int64_t line = std::int64_t{start_row(node)} + 1;
     if (INLINE_NODES.contains(kind)) {
+      if (!may_hold_link(written)) return false;
       std::vector<LinkTarget> found = inline_targets(text(node), line);
       targets.insert(targets.end(), std::make_move_iterator(found.begin()),
                      std::make_move_iterator(found.end()));

@@ -36,11 +36,15 @@ std::optional<Node> first_child(Node node, std::string_view child_type) {
   return std::nullopt;
 }
 
-std::string text(Node node) {
+std::string_view bytes(Node node) {
   const std::size_t size = node.source.size();
   const std::size_t start = std::min<std::size_t>(ts_node_start_byte(node.node), size);
   const std::size_t end = std::clamp<std::size_t>(ts_node_end_byte(node.node), start, size);
-  return decode_utf8(node.source.substr(start, end - start));
+  return node.source.substr(start, end - start);
+}
+
+std::string text(Node node) {
+  return decode_utf8(bytes(node));
 }
 
 std::vector<Node> blocks(Node root) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,20 +28,32 @@ std::uint32_t start_row(Node node);
 // The first child of the given type.
 std::optional<Node> first_child(Node node, std::string_view child_type);
 
+// The node's source bytes, as they stand.
+std::string_view bytes(Node node);
+
 // The node's text: its source bytes decoded as UTF-8, ill-formed subparts replaced.
 std::string text(Node node);
 
 // Visits the nodes under `root` depth first, in document order; `enter` returns true for a
-// node whose children are to be visited next. Iterative: nesting costs memory, not stack.
+// node whose children are to be visited next. One cursor moves through the tree, so nesting
+// costs the cursor's stack, not the call stack, and no node list is built.
 template <typename Enter>
 void walk(Node root, Enter enter) {
-  std::vector<Node> pending{root};
-  while (!pending.empty()) {
-    const Node node = pending.back();
-    pending.pop_back();
-    if (enter(node)) {
-      const std::vector<Node> inner = children(node);
-      pending.insert(pending.end(), inner.rbegin(), inner.rend());
+  TSTreeCursor cursor = ts_tree_cursor_new(root.node);
+  const std::unique_ptr<TSTreeCursor, void (*)(TSTreeCursor*)> owner(&cursor,
+                                                                     ts_tree_cursor_delete);
+  std::size_t depth = 0;
+  for (;;) {
+    if (enter(Node{ts_tree_cursor_current_node(&cursor), root.source}) &&
+        ts_tree_cursor_goto_first_child(&cursor)) {
+      ++depth;
+      continue;
+    }
+    for (;;) {
+      if (depth == 0) return;
+      if (ts_tree_cursor_goto_next_sibling(&cursor)) break;
+      ts_tree_cursor_goto_parent(&cursor);
+      --depth;
     }
   }
 }

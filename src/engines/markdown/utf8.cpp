@@ -8,9 +8,10 @@ bool is_continuation(unsigned char byte) {
   return (byte & 0xC0) == 0x80;
 }
 
-// The length of the well-formed sequence at `pos`, or of its maximal ill-formed subpart
-// (negated) when it is not well-formed. The bounds of the second byte follow the table of
-// well-formed byte sequences, so surrogates and overlong forms are ill-formed.
+}  // namespace
+
+// The bounds of the second byte follow the table of well-formed byte sequences, so surrogates
+// and overlong forms are ill-formed.
 int sequence_length(std::string_view bytes, std::size_t pos) {
   const auto lead = static_cast<unsigned char>(bytes[pos]);
   if (lead < 0x80) return 1;
@@ -39,22 +40,27 @@ int sequence_length(std::string_view bytes, std::size_t pos) {
   return length;
 }
 
-}  // namespace
-
 std::string decode_utf8(std::string_view bytes) {
   std::string out;
   out.reserve(bytes.size());
-  std::size_t pos = 0;
+  // Well-formed bytes are copied a run at a time; only ill-formed subparts stop a run.
+  std::size_t run = 0, pos = 0;
   while (pos < bytes.size()) {
+    if (static_cast<unsigned char>(bytes[pos]) < 0x80) {
+      ++pos;
+      continue;
+    }
     const int length = sequence_length(bytes, pos);
     if (length > 0) {
-      out.append(bytes.substr(pos, length));
       pos += length;
-    } else {
-      append_utf8(out, REPLACEMENT_CHARACTER);
-      pos += -length;
+      continue;
     }
+    out.append(bytes.substr(run, pos - run));
+    append_utf8(out, REPLACEMENT_CHARACTER);
+    pos += -length;
+    run = pos;
   }
+  out.append(bytes.substr(run));
   return out;
 }
 
@@ -77,9 +83,8 @@ void append_utf8(std::string& out, char32_t cp) {
   }
 }
 
-char32_t next_code_point(std::string_view text, std::size_t& pos) {
+char32_t next_multibyte_code_point(std::string_view text, std::size_t& pos) {
   const auto lead = static_cast<unsigned char>(text[pos++]);
-  if (lead < 0x80) return lead;
   const int extra = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : 1;
   char32_t cp = lead & (0x3F >> extra);
   for (int i = 0; i < extra && pos < text.size(); ++i) {

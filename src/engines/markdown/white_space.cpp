@@ -10,13 +10,22 @@ bool is_white_space(char32_t c) {
          c == 0x2029 || c == 0x202F || c == 0x205F || c == 0x3000;
 }
 
-std::string_view strip(std::string_view text) {
-  std::size_t begin = 0;
-  while (begin < text.size()) {
-    std::size_t next = begin;
-    if (!is_white_space(next_code_point(text, next))) break;
-    begin = next;
+namespace {
+
+// Where the run from `pos` of white space, or of other code points, ends.
+std::size_t end_of_run(std::string_view text, std::size_t pos, bool white_space) {
+  while (pos < text.size()) {
+    std::size_t next = pos;
+    if (is_white_space(next_code_point(text, next)) != white_space) break;
+    pos = next;
   }
+  return pos;
+}
+
+}  // namespace
+
+std::string_view strip(std::string_view text) {
+  const std::size_t begin = end_of_run(text, 0, true);
   std::size_t end = text.size();
   while (end > begin) {
     std::size_t previous = end;
@@ -38,17 +47,11 @@ bool is_blank(std::string_view line) {
 std::string collapse_white_space(std::string_view text) {
   std::string out;
   out.reserve(text.size());
-  bool pending_space = false;
-  std::size_t pos = 0;
-  while (pos < text.size()) {
-    const std::size_t start = pos;
-    if (is_white_space(next_code_point(text, pos))) {
-      pending_space = !out.empty();
-      continue;
-    }
-    if (pending_space) out += ' ';
-    pending_space = false;
-    out.append(text.substr(start, pos - start));
+  for (std::size_t word = end_of_run(text, 0, true); word < text.size();) {
+    const std::size_t end = end_of_run(text, word, false);
+    if (!out.empty()) out += ' ';
+    out.append(text.substr(word, end - word));
+    word = end_of_run(text, end, true);
   }
   return out;
 }
