@@ -12,8 +12,8 @@ using namespace tarnwick;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const MarkdownParser parser;
-  const Document document(parser,
-                          normalize_line_endings({reinterpret_cast<const char*>(data), size}));
+  const Document document(
+      parser, normalize_line_endings(std::string(reinterpret_cast<const char*>(data), size)));
   cli::UniqueFqns unique_fqn;
   const engines::markdown::IndexerRules rules{
       .unique_fqn = std::ref(unique_fqn),
@@ -21,8 +21,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       .debug_log = [](std::string_view, std::string_view message) {
         fuzz::require(fuzz::is_valid_utf8(message), "debug lines are UTF-8");
       }};
-  const auto sections = engines::markdown::extract_sections(document.root(), document.text(),
-                                                            "README", 1, rules);
+  const auto sections =
+      engines::markdown::extract_sections(document.root(), document.text(), "README", 1, rules);
   const auto lines = 1 + std::count(document.text().begin(), document.text().end(), '\n');
   fuzz::check_sections(sections, "README", lines);
   fuzz::check_references(engines::markdown::extract_links(document.root(), sections), lines);

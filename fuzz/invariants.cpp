@@ -16,7 +16,9 @@ void require(bool condition, std::string_view what) {
   std::abort();
 }
 
-bool is_valid_utf8(std::string_view text) { return decode_utf8(text) == text; }
+bool is_valid_utf8(std::string_view text) {
+  return decode_utf8(text) == text;
+}
 
 void check_sections(std::span<const Symbol> sections, std::string_view prefix,
                     std::int64_t line_count) {

@@ -35,7 +35,8 @@ class Document {
   std::unique_ptr<TSTree, void (*)(TSTree*)> tree_;
 };
 
-// The text of a file's bytes as the indexer reads it: every CRLF and lone CR becomes LF.
-std::string normalize_line_endings(std::string_view bytes);
+// The text of a file's bytes as the indexer reads it: every CRLF and lone CR becomes LF. The
+// bytes are rewritten in place; text without a CR comes back as it went in.
+std::string normalize_line_endings(std::string bytes);
 
 }  // namespace tarnwick

@@ -1,6 +1,12 @@
 #include "cli/files.hpp"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <system_error>
 
 namespace tarnwick::cli {
@@ -92,6 +98,43 @@ Selection select_files(const std::vector<std::string>& arguments,
     }
   }
   return selection;
+}
+
+namespace {
+
+// Reads to the end of an open file. Its size as the file system gives it is only a first
+// guess: the file may change while it is read, or be a pipe.
+std::optional<std::string> read_all(int descriptor, std::string& reason) {
+  struct stat status {};
+  const bool sized = ::fstat(descriptor, &status) == 0 && status.st_size > 0;
+  std::string bytes(sized ? static_cast<std::size_t>(status.st_size) + 1 : 64 * 1024, '\0');
+  std::size_t filled = 0;
+  for (;;) {
+    if (filled == bytes.size()) bytes.resize(2 * bytes.size());
+    const ssize_t count = ::read(descriptor, bytes.data() + filled, bytes.size() - filled);
+    if (count == 0) break;
+    if (count > 0) {
+      filled += static_cast<std::size_t>(count);
+    } else if (errno != EINTR) {
+      reason = std::strerror(errno);
+      return std::nullopt;
+    }
+  }
+  bytes.resize(filled);
+  return bytes;
+}
+
+}  // namespace
+
+std::optional<std::string> read_file(const fs::path& location, std::string& reason) {
+  const int descriptor = ::open(location.c_str(), O_RDONLY | O_CLOEXEC);
+  if (descriptor < 0) {
+    reason = std::strerror(errno);
+    return std::nullopt;
+  }
+  auto bytes = read_all(descriptor, reason);
+  ::close(descriptor);
+  return bytes;
 }
 
 }  // namespace tarnwick::cli

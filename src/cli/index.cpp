@@ -1,16 +1,12 @@
 #include "cli/index.hpp"
 
 #include <algorithm>
-#include <cerrno>
 #include <condition_variable>
-#include <cstring>
-#include <fstream>
 #include <functional>
 #include <limits>
 #include <map>
 #include <mutex>
 #include <ostream>
-#include <sstream>
 #include <thread>
 
 #include "cli/progress.hpp"
@@ -22,31 +18,11 @@ namespace tarnwick::cli {
 
 namespace markdown = engines::markdown;
 
-namespace {
-
-// The file's bytes, or why they could not be read.
-std::optional<std::string> read_bytes(const SourceFile& file, std::string& reason) {
-  std::ifstream in(file.location, std::ios::binary);
-  if (!in) {
-    reason = std::strerror(errno);
-    return std::nullopt;
-  }
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  if (in.bad()) {
-    reason = std::strerror(errno);
-    return std::nullopt;
-  }
-  return std::move(bytes).str();
-}
-
-}  // namespace
-
 Extracted extract_file(const SourceFile& file, std::int64_t file_id, const MarkdownParser& parser,
                        bool verbose) {
   Extracted found;
   std::string reason;
-  const auto bytes = read_bytes(file, reason);
+  auto bytes = read_file(file.location, reason);
   if (!bytes) {
     found.error = ReadError{file.location.string(), reason};
     return found;
@@ -56,7 +32,7 @@ Extracted extract_file(const SourceFile& file, std::int64_t file_id, const Markd
     return found;
   }
   found.bytes = bytes->size();
-  const Document document(parser, normalize_line_endings(*bytes));
+  const Document document(parser, normalize_line_endings(std::move(*bytes)));
   UniqueFqns unique_fqn;
   markdown::IndexerRules rules{
       .unique_fqn = std::ref(unique_fqn),
@@ -81,9 +57,9 @@ FileOutput index_file(const SourceFile& file, std::int64_t file_id, const Markdo
                     .records = {},
                     .debug_lines = std::move(found.debug_lines),
                     .error = std::move(found.error)};
-  for (const auto& symbol : found.symbols) output.records += symbol_record(file.path, symbol);
+  for (const auto& symbol : found.symbols) append_symbol_record(output.records, file.path, symbol);
   for (const auto& reference : found.references) {
-    output.records += reference_record(file.path, file_id, reference);
+    append_reference_record(output.records, file.path, file_id, reference);
   }
   return output;
 }
@@ -107,6 +83,14 @@ FileOutput index_file_safely(const SourceFile& file, std::int64_t file_id,
 // window of outputs waits to be emitted, so memory follows the files in flight, not the count.
 void index_in_order(const std::vector<SourceFile>& files, unsigned jobs, bool verbose,
                     const std::function<void(const FileOutput&)>& emit) {
+  if (jobs == 1) {
+    // One job needs no workers: the calling thread indexes and emits with no handoff.
+    const MarkdownParser parser;
+    for (std::size_t index = 0; index < files.size(); ++index) {
+      emit(index_file_safely(files[index], index + 1, parser, verbose));
+    }
+    return;
+  }
   const std::size_t window = 2 * std::size_t{jobs};
   std::mutex mutex;
   std::condition_variable ready, room;

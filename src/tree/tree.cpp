@@ -22,18 +22,19 @@ engines::markdown::Node Document::root() const {
   return {ts_tree_root_node(tree_.get()), text_};
 }
 
-std::string normalize_line_endings(std::string_view bytes) {
-  std::string text;
-  text.reserve(bytes.size());
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
+std::string normalize_line_endings(std::string bytes) {
+  std::size_t kept = bytes.find('\r');
+  if (kept == std::string::npos) return bytes;
+  for (std::size_t i = kept; i < bytes.size(); ++i) {
     if (bytes[i] != '\r') {
-      text += bytes[i];
+      bytes[kept++] = bytes[i];
     } else {
-      text += '\n';
+      bytes[kept++] = '\n';
       if (i + 1 < bytes.size() && bytes[i + 1] == '\n') ++i;
     }
   }
-  return text;
+  bytes.resize(kept);
+  return bytes;
 }
 
 }  // namespace tarnwick
