@@ -8,6 +8,7 @@
 
 #include "cli/files.hpp"
 #include "cli/index.hpp"
+#include "cli/records.hpp"
 #include "cli/rules.hpp"
 
 namespace tarnwick::cli {
@@ -111,6 +112,37 @@ TEST_F(TempTree, IndexesEveryReadableFileAndReportsTheOthers) {
 {"type":"symbol","path":"a.md","file_id":1,"id":null,"name":"B","kind":"section","fqn":"a.A.B","start_line":4,"end_line":5,"signature":"A > B","is_export":true,"docstring":"more"}
 {"type":"symbol","path":"b.md","file_id":2,"id":null,"name":"B","kind":"section","fqn":"b.B","start_line":1,"end_line":1,"signature":"B","is_export":true,"docstring":null}
 )");
+}
+
+TEST(Records, EscapeStringsAndReplaceBytesThatAreNotUtf8) {
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"docs/a.md", R"("docs/a.md")"},
+      {"a\"b\\c", R"("a\"b\\c")"},
+      {"\b\f\n\r\t", R"("\b\f\n\r\t")"},
+      {std::string("\x00\x01\x1f\x7f", 4), "\"\\u0000\\u0001\\u001f\x7f\""},
+      {"\xC3\xA9\xF0\x9F\x98\x80", "\"\xC3\xA9\xF0\x9F\x98\x80\""},
+      // Each maximal ill-formed subpart is one U+FFFD.
+      {"\xFF", "\"\xEF\xBF\xBD\""},
+      {"\xE2\x28", "\"\xEF\xBF\xBD(\""},
+      {"\xE0\x80", "\"\xEF\xBF\xBD\xEF\xBF\xBD\""},
+      {"\xED\xA0\x80", "\"\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\""},
+      {"a\xF0\x9F\x98", "\"a\xEF\xBF\xBD\""},
+  };
+  for (const auto& [text, written] : cases) {
+    std::string out;
+    append_reference_record(out, text, 1,
+                            {.name = "b.md",
+                             .qualifier = std::nullopt,
+                             .kind = engines::references::REF_DOC_LINK,
+                             .line = 2,
+                             .source_fqn = std::nullopt});
+    EXPECT_EQ(
+        out,
+        R"({"type":"reference","path":)" + written +
+            R"(,"file_id":1,"name":"b.md","qualifier":null,"kind":"doc_link","line":2,"source_fqn":null})"
+            "\n")
+        << text;
+  }
 }
 
 }  // namespace

@@ -1,50 +1,167 @@
+// The records are written straight into the output text: building a JSON document for each
+// record took more time than the engine's links.
 #include "cli/records.hpp"
 
-#include <nlohmann/json.hpp>
+#include <charconv>
+#include <optional>
+#include <string_view>
+
+#include "engines/markdown/utf8.hpp"
 
 namespace tarnwick::cli {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
+namespace utf8 = engines::markdown::detail;
 
-template <typename T>
-Json optional(const std::optional<T>& value) {
-  return value ? Json(*value) : Json(nullptr);
+constexpr std::string_view REPLACEMENT_CHARACTER = "\xEF\xBF\xBD";
+
+bool needs_escape(unsigned char byte) {
+  return byte < 0x20 || byte == '"' || byte == '\\';
 }
 
-std::string line_of(const Json& record) {
-  // Paths come from the file system and may hold bytes that are not UTF-8.
-  return record.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+void append_escape(std::string& out, unsigned char byte) {
+  switch (byte) {
+    case '"':
+      out += "\\\"";
+      return;
+    case '\\':
+      out += "\\\\";
+      return;
+    case '\b':
+      out += "\\b";
+      return;
+    case '\f':
+      out += "\\f";
+      return;
+    case '\n':
+      out += "\\n";
+      return;
+    case '\r':
+      out += "\\r";
+      return;
+    case '\t':
+      out += "\\t";
+      return;
+    default:
+      break;
+  }
+  constexpr std::string_view HEX = "0123456789abcdef";
+  out += "\\u00";
+  out += HEX[byte >> 4];
+  out += HEX[byte & 0xF];
 }
+
+// A JSON string. Bytes that are not UTF-8, which paths and prefixes from the file system may
+// hold, become U+FFFD a maximal ill-formed subpart at a time, as the engine decodes text.
+void append_string(std::string& out, std::string_view text) {
+  out += '"';
+  std::size_t copied = 0, pos = 0;
+  while (pos < text.size()) {
+    const auto byte = static_cast<unsigned char>(text[pos]);
+    if (byte < 0x80) {
+      if (!needs_escape(byte)) {
+        ++pos;
+        continue;
+      }
+      out.append(text, copied, pos - copied);
+      append_escape(out, byte);
+      ++pos;
+    } else {
+      const int length = utf8::sequence_length(text, pos);
+      if (length > 0) {
+        pos += static_cast<std::size_t>(length);
+        continue;
+      }
+      out.append(text, copied, pos - copied);
+      out += REPLACEMENT_CHARACTER;
+      pos += static_cast<std::size_t>(-length);
+    }
+    copied = pos;
+  }
+  out.append(text, copied);
+  out += '"';
+}
+
+void append_number(std::string& out, std::int64_t number) {
+  char digits[24];
+  const auto end = std::to_chars(std::begin(digits), std::end(digits), number).ptr;
+  out.append(digits, end);
+}
+
+// The fields of one record, in order, on one line.
+class Record {
+ public:
+  Record(std::string& out, std::string_view type) : out_(out) {
+    out_ += R"({"type":)";
+    append_string(out_, type);
+  }
+  Record(const Record&) = delete;
+  Record& operator=(const Record&) = delete;
+  ~Record() { out_ += "}\n"; }
+
+  void text(std::string_view name, std::string_view value) {
+    key(name);
+    append_string(out_, value);
+  }
+  void text_or_null(std::string_view name, const std::optional<std::string>& value) {
+    if (value) return text(name, *value);
+    null(name);
+  }
+  void number(std::string_view name, std::int64_t value) {
+    key(name);
+    append_number(out_, value);
+  }
+  void number_or_null(std::string_view name, std::optional<std::int64_t> value) {
+    if (value) return number(name, *value);
+    null(name);
+  }
+  void boolean(std::string_view name, bool value) {
+    key(name);
+    out_ += value ? "true" : "false";
+  }
+
+ private:
+  void key(std::string_view name) {
+    out_ += ',';
+    append_string(out_, name);
+    out_ += ':';
+  }
+  void null(std::string_view name) {
+    key(name);
+    out_ += "null";
+  }
+
+  std::string& out_;
+};
 
 }  // namespace
 
-std::string symbol_record(const std::string& path, const Symbol& symbol) {
-  return line_of(Json{{"type", "symbol"},
-                      {"path", path},
-                      {"file_id", symbol.file_id},
-                      {"id", optional(symbol.id)},
-                      {"name", symbol.name},
-                      {"kind", symbol.kind},
-                      {"fqn", symbol.fqn},
-                      {"start_line", symbol.start_line},
-                      {"end_line", symbol.end_line},
-                      {"signature", symbol.signature},
-                      {"is_export", symbol.is_export},
-                      {"docstring", optional(symbol.docstring)}});
+void append_symbol_record(std::string& out, const std::string& path, const Symbol& symbol) {
+  Record record(out, "symbol");
+  record.text("path", path);
+  record.number("file_id", symbol.file_id);
+  record.number_or_null("id", symbol.id);
+  record.text("name", symbol.name);
+  record.text("kind", symbol.kind);
+  record.text("fqn", symbol.fqn);
+  record.number("start_line", symbol.start_line);
+  record.number("end_line", symbol.end_line);
+  record.text("signature", symbol.signature);
+  record.boolean("is_export", symbol.is_export);
+  record.text_or_null("docstring", symbol.docstring);
 }
 
-std::string reference_record(const std::string& path, std::int64_t file_id,
+void append_reference_record(std::string& out, const std::string& path, std::int64_t file_id,
                              const engines::references::ReferenceInfo& reference) {
-  return line_of(Json{{"type", "reference"},
-                      {"path", path},
-                      {"file_id", file_id},
-                      {"name", reference.name},
-                      {"qualifier", optional(reference.qualifier)},
-                      {"kind", engines::references::to_string(reference.kind)},
-                      {"line", reference.line},
-                      {"source_fqn", optional(reference.source_fqn)}});
+  Record record(out, "reference");
+  record.text("path", path);
+  record.number("file_id", file_id);
+  record.text("name", reference.name);
+  record.text_or_null("qualifier", reference.qualifier);
+  record.text("kind", engines::references::to_string(reference.kind));
+  record.number("line", reference.line);
+  record.text_or_null("source_fqn", reference.source_fqn);
 }
 
 }  // namespace tarnwick::cli

@@ -8,9 +8,9 @@
 
 namespace tarnwick::cli {
 
-// One line, with its final line feed.
-std::string symbol_record(const std::string& path, const Symbol& symbol);
-std::string reference_record(const std::string& path, std::int64_t file_id,
+// Each appends one record: a JSON object on one line, with its final line feed.
+void append_symbol_record(std::string& out, const std::string& path, const Symbol& symbol);
+void append_reference_record(std::string& out, const std::string& path, std::int64_t file_id,
                              const engines::references::ReferenceInfo& reference);
 
 }  // namespace tarnwick::cli
