@@ -31,17 +31,30 @@ const Regex ESCAPE{R"re(\\([!-/:-@\[-`{-~\n]))re"};
 
 constexpr int DELETE = -1;
 
+// A rewrite of marked-up text: its pattern, a byte that every match holds (text without it is
+// left alone, unscanned), and the group that replaces a match.
+struct Unmarking {
+  const Regex* pattern;
+  char marker;
+  int group;
+};
+
+// In order: images before links, so that an image's "!" goes with it.
+const Unmarking UNMARKINGS[] = {
+    {&IMAGE, '!', 1},       {&LINK, '[', 1},        {&AUTOLINK, '<', 1},    {&HTML, '<', DELETE},
+    {&EMPHASES[0], '*', 2}, {&EMPHASES[1], '_', 2}, {&EMPHASES[2], '~', 2}, {&ESCAPE, '\\', 1},
+};
+
 }  // namespace
 
 const Regex CODE_SPAN{R"re((?<![\\`])(`+)(?!`)(.+?)(?<!`)\1(?!`))re", Regex::DOTALL};
 
 std::string unmarked(std::string_view text) {
-  std::string result = replace_all(IMAGE, text, 1);
-  result = replace_all(LINK, result, 1);
-  result = replace_all(AUTOLINK, result, 1);
-  result = replace_all(HTML, result, DELETE);
-  for (const Regex& emphasis : EMPHASES) result = replace_all(emphasis, result, 2);
-  return replace_all(ESCAPE, result, 1);
+  std::string result(text);
+  for (const auto& [pattern, marker, group] : UNMARKINGS) {
+    if (result.find(marker) != std::string::npos) result = replace_all(*pattern, result, group);
+  }
+  return result;
 }
 
 std::string plain_text(std::string_view markdown) {

@@ -214,7 +214,7 @@ std::optional<std::string> destination(std::string_view written) {
   if (target.starts_with('<') && target.ends_with('>')) {
     target = strip(target.substr(1, target.size() - 2));
   }
-  if (target.empty() || EXTERNAL.match(target)) return std::nullopt;
+  if (target.empty() || EXTERNAL.search(target)) return std::nullopt;
   return std::string(target);
 }
 

@@ -106,11 +106,10 @@ Regex::~Regex() {
   pcre2_code_free(code_);
 }
 
-std::optional<Match> Regex::run(std::string_view subject, std::size_t start,
-                                std::uint32_t flags) const {
+std::optional<Match> Regex::search(std::string_view subject, std::size_t start) const {
   Scratch& local = scratch();
   const int rc = pcre2_match(code_, reinterpret_cast<PCRE2_SPTR>(subject.data()), subject.size(),
-                             start, flags | PCRE2_NO_UTF_CHECK, local.data, local.context);
+                             start, PCRE2_NO_UTF_CHECK, local.data, local.context);
   if (rc == PCRE2_ERROR_NOMATCH) return std::nullopt;
   if (rc < 0) {
     PCRE2_UCHAR message[256];
@@ -125,18 +124,6 @@ std::optional<Match> Regex::run(std::string_view subject, std::size_t start,
   found.offsets_.fill(Match::UNSET);
   for (std::uint32_t i = 0; i < 2 * pairs; ++i) found.offsets_[i] = ovector[i];
   return found;
-}
-
-std::optional<Match> Regex::search(std::string_view subject, std::size_t start) const {
-  return run(subject, start, 0);
-}
-
-std::optional<Match> Regex::match(std::string_view subject, std::size_t start) const {
-  return run(subject, start, PCRE2_ANCHORED);
-}
-
-std::optional<Match> Regex::full_match(std::string_view subject) const {
-  return run(subject, 0, PCRE2_ANCHORED | PCRE2_ENDANCHORED);
 }
 
 std::string replace_all(const Regex& pattern, std::string_view text, int group) {

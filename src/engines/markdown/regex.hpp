@@ -42,14 +42,11 @@ class Regex {
   Regex& operator=(const Regex&) = delete;
 
   // The leftmost match that starts at or after `start`. Look-behind sees the text before it.
+  // A pattern anchors itself with ^ and $: anchoring options at match time would take PCRE2
+  // off its JIT-compiled code.
   std::optional<Match> search(std::string_view subject, std::size_t start = 0) const;
-  // A match that starts exactly at `start`.
-  std::optional<Match> match(std::string_view subject, std::size_t start = 0) const;
-  // A match that covers the whole subject.
-  std::optional<Match> full_match(std::string_view subject) const;
 
  private:
-  std::optional<Match> run(std::string_view subject, std::size_t start, std::uint32_t flags) const;
   pcre2_real_code_8* code_;
 };
 

@@ -120,8 +120,8 @@ Fields toml_fields(std::string_view body) {
   for (std::size_t start = 0; start <= body.size();) {
     const std::size_t end = std::min(body.find('\n', start), body.size());
     const std::string_view line = body.substr(start, end - start);
-    if (TOML_TABLE.match(line)) break;
-    if (const auto found = TOML_FIELD.full_match(line)) {
+    if (TOML_TABLE.search(line)) break;
+    if (const auto found = TOML_FIELD.search(line)) {
       fields.insert_or_assign(std::string(found->group(line, 1)),
                               toml_string(found->group(line, 2)));
     }

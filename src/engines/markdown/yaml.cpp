@@ -246,16 +246,30 @@ Tag explicit_tag(std::string_view name) {
   return found == STANDARD_TAGS.end() ? Tag::OTHER : found->second;
 }
 
+// A resolver's pattern, and the characters that a value it matches can start with: only the
+// resolvers for a value's first character are tried.
+struct Resolver {
+  const Regex* pattern;
+  Tag tag;
+  std::string_view first_characters;
+};
+
+const Resolver RESOLVERS[] = {
+    {&BOOL_PATTERN, Tag::BOOL, "yYnNtTfFoO"},
+    {&FLOAT_PATTERN, Tag::FLOAT, "-+0123456789."},
+    {&INT_PATTERN, Tag::INT, "-+0123456789"},
+    {&MERGE_PATTERN, Tag::MERGE, "<"},
+    {&NULL_PATTERN, Tag::NUL, "~nN"},
+    {&TIMESTAMP_PATTERN, Tag::TIMESTAMP, "0123456789"},
+    {&VALUE_PATTERN, Tag::VALUE, "="},
+};
+
 Tag implicit_tag(std::string_view value) {
   if (value.empty()) return Tag::NUL;
-  const std::pair<const Regex*, Tag> patterns[] = {
-      {&BOOL_PATTERN, Tag::BOOL},   {&FLOAT_PATTERN, Tag::FLOAT},
-      {&INT_PATTERN, Tag::INT},     {&MERGE_PATTERN, Tag::MERGE},
-      {&NULL_PATTERN, Tag::NUL},    {&TIMESTAMP_PATTERN, Tag::TIMESTAMP},
-      {&VALUE_PATTERN, Tag::VALUE},
-  };
-  for (const auto& [pattern, tag] : patterns) {
-    if (pattern->match(value)) return tag;
+  for (const auto& [pattern, tag, first_characters] : RESOLVERS) {
+    if (first_characters.find(value.front()) != std::string_view::npos && pattern->search(value)) {
+      return tag;
+    }
   }
   return Tag::STR;
 }
