@@ -79,8 +79,19 @@ FileOutput index_file_safely(const SourceFile& file, std::int64_t file_id,
   }
 }
 
-// Indexes the files on `jobs` threads and hands each output to `emit` in file order. Only a
-// window of outputs waits to be emitted, so memory follows the files in flight, not the count.
+// Outputs finished while an earlier file is still being indexed wait in memory, up to this
+// many bytes; past it the workers wait too. Enough that a long file seldom stalls the others,
+// and a bound that does not grow with the number of files.
+constexpr std::size_t MAX_WAITING_BYTES = 8 * 1024 * 1024;
+
+// The memory an output holds while it waits.
+std::size_t held_bytes(const FileOutput& output) {
+  std::size_t bytes = sizeof output + output.records.size();
+  for (const auto& line : output.debug_lines) bytes += line.size();
+  return bytes;
+}
+
+// Indexes the files on `jobs` threads and hands each output to `emit` in file order.
 void index_in_order(const std::vector<SourceFile>& files, unsigned jobs, bool verbose,
                     const std::function<void(const FileOutput&)>& emit) {
   if (jobs == 1) {
@@ -91,11 +102,10 @@ void index_in_order(const std::vector<SourceFile>& files, unsigned jobs, bool ve
     }
     return;
   }
-  const std::size_t window = 2 * std::size_t{jobs};
   std::mutex mutex;
   std::condition_variable ready, room;
   std::map<std::size_t, FileOutput> finished;
-  std::size_t next_to_take = 0, next_to_emit = 0;
+  std::size_t next_to_take = 0, next_to_emit = 0, waiting_bytes = 0;
 
   const auto work = [&] {
     const MarkdownParser parser;
@@ -104,17 +114,20 @@ void index_in_order(const std::vector<SourceFile>& files, unsigned jobs, bool ve
       {
         std::unique_lock lock(mutex);
         room.wait(lock, [&] {
-          return next_to_take == files.size() || next_to_take < next_to_emit + window;
+          return next_to_take == files.size() || waiting_bytes < MAX_WAITING_BYTES;
         });
         if (next_to_take == files.size()) return;
         index = next_to_take++;
       }
       FileOutput output = index_file_safely(files[index], index + 1, parser, verbose);
+      bool is_next;
       {
         const std::lock_guard lock(mutex);
+        waiting_bytes += held_bytes(output);
         finished.emplace(index, std::move(output));
+        is_next = index == next_to_emit;
       }
-      ready.notify_all();
+      if (is_next) ready.notify_one();
     }
   };
   std::vector<std::jthread> workers;
@@ -127,6 +140,7 @@ void index_in_order(const std::vector<SourceFile>& files, unsigned jobs, bool ve
       std::unique_lock lock(mutex);
       ready.wait(lock, [&] { return finished.contains(next_to_emit); });
       output = std::move(finished.extract(next_to_emit).mapped());
+      waiting_bytes -= held_bytes(output);
       ++next_to_emit;
     }
     room.notify_all();
