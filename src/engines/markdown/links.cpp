@@ -128,37 +128,38 @@ bool may_hold_link(std::string_view markdown) {
          markdown.find("[[") != std::string_view::npos;
 }
 
-// How many '[' a document holds before a position: kept for every STRIDE-th position and
-// counted on from there. Every link starts with one, so the link walk skips the nodes whose
-// bytes hold none, in constant time each however deep they nest.
-class BracketCounts {
+// Where a document's link marks start: the "](" of an inline link, the "[[" of a wiki link and
+// the "]:" of a reference definition. A node whose bytes hold none holds no link, so the link
+// walk skips it, in O(log n) however deep it nests.
+class LinkMarks {
  public:
-  explicit BracketCounts(std::string_view source) : source_(source) {
-    std::size_t count = 0;
-    for (std::size_t block = 0; block <= source.size(); block += STRIDE) {
-      sampled_.push_back(count);
-      count += std::count(source.begin() + block,
-                          source.begin() + std::min(block + STRIDE, source.size()), '[');
-    }
+  explicit LinkMarks(std::string_view source) : source_(source) {
+    add_marks('[', "[");
+    add_marks(']', "(:");
+    std::sort(starts_.begin(), starts_.end());
   }
 
-  // Whether a node's bytes, a view into the document, hold a '['.
+  // Whether a node's bytes, a view into the document, hold a whole mark.
   bool any_in(std::string_view bytes) const {
+    if (bytes.size() < 2) return false;
     const auto begin = static_cast<std::size_t>(bytes.data() - source_.data());
-    return before(begin + bytes.size()) > before(begin);
+    const auto found = std::lower_bound(starts_.begin(), starts_.end(), begin);
+    return found != starts_.end() && *found + 1 < begin + bytes.size();
   }
 
  private:
-  static constexpr std::size_t STRIDE = 64;
-
-  std::size_t before(std::size_t pos) const {
-    const std::size_t block = pos / STRIDE;
-    return sampled_[block] +
-           std::count(source_.begin() + block * STRIDE, source_.begin() + pos, '[');
+  // The marks that are `first` followed by one of `seconds`.
+  void add_marks(char first, std::string_view seconds) {
+    for (std::size_t at = source_.find(first); at != std::string_view::npos;
+         at = source_.find(first, at + 1)) {
+      if (at + 1 < source_.size() && seconds.find(source_[at + 1]) != std::string_view::npos) {
+        starts_.push_back(at);
+      }
+    }
   }
 
   std::string_view source_;
-  std::vector<std::size_t> sampled_;
+  std::vector<std::size_t> starts_;
 };
 
 std::optional<std::string> definition_target(Node definition) {
@@ -270,14 +271,12 @@ std::vector<LinkTarget> inline_targets(std::string_view markdown, std::int64_t f
 
 std::vector<LinkTarget> link_targets(Node root) {
   std::vector<LinkTarget> targets;
-  const BracketCounts brackets(root.source);
+  const LinkMarks marks(root.source);
   walk(root, [&](Node node) {
-    const std::string_view written = bytes(node);
-    if (!brackets.any_in(written)) return false;
+    if (!marks.any_in(bytes(node))) return false;
     const std::string_view kind = type(node);
     const std::int64_t line = std::int64_t{start_row(node)} + 1;
     if (INLINE_NODES.contains(kind)) {
-      if (!may_hold_link(written)) return false;
       std::vector<LinkTarget> found = inline_targets(text(node), line);
       targets.insert(targets.end(), std::make_move_iterator(found.begin()),
                      std::make_move_iterator(found.end()));
