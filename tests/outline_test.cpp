@@ -205,5 +205,35 @@ TEST(Outline, CallsTheRulesOnlyForNamedHeadings) {
   EXPECT_EQ(docstring_calls, 0);
 }
 
+// Only the start of a long paragraph is decoded for its docstring: check that the cut falls
+// after the last code point kept, whatever the width of each.
+TEST(Outline, ReadsTheFirstFourThousandCodePointsOfALongParagraph) {
+  const auto repeated = [](std::string_view unit, std::size_t count, std::string out = "") {
+    for (std::size_t i = 0; i < count; ++i) out += unit;
+    return out;
+  };
+  const std::string replacement = "\xEF\xBF\xBD";
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {repeated("a", 20000), repeated("a", 4000)},
+      {repeated("\xF0\x9F\x98\x80", 5000), repeated("\xF0\x9F\x98\x80", 4000)},
+      {repeated("\xFF", 20000), repeated(replacement, 4000)},
+      {repeated("\xF0\x9F\x98", 6000), repeated(replacement, 4000)},
+      // The cut splits the 4001st code point, which is dropped anyway.
+      {repeated("\xF0\x9F\x98\x80", 5000, "a"), repeated("\xF0\x9F\x98\x80", 3999, "a")},
+  };
+  const MarkdownParser parser;
+  const engines::markdown::IndexerRules rules{
+      .unique_fqn = [](const std::string& c) { return c; },
+      .cap_docstring = [](const std::string& t) { return t; },
+      .debug_log = {}};
+  for (const auto& [paragraph, docstring] : cases) {
+    const Document document(parser, "# A\n" + paragraph + "\n");
+    const auto symbols =
+        engines::markdown::extract_sections(document.root(), document.text(), "", 1, rules);
+    ASSERT_EQ(symbols.size(), 1u);
+    EXPECT_EQ(symbols[0].docstring, docstring) << paragraph.substr(0, 8);
+  }
+}
+
 }  // namespace
 }  // namespace tarnwick::testing

@@ -36,8 +36,15 @@ std::string heading_text(Node node, std::span<const Node> parts) {
   const auto found =
       std::find_if(parts.begin(), parts.end(), [&](Node part) { return type(part) == holder; });
   if (found == parts.end()) return {};
-  const std::string written = text(*found);
-  return atx ? replace_all(CLOSING_SEQUENCE, written, -1) : written;
+  std::string written = text(*found);
+  if (!atx || written.find('#') == std::string::npos) return written;
+  return replace_all(CLOSING_SEQUENCE, written, -1);
+}
+
+// As much of a block's text as its plain text can show: MAX_INLINE_LENGTH code points, each
+// decoded from at most four bytes.
+std::string leading_text(Node block) {
+  return decode_utf8(bytes(block).substr(0, 4 * MAX_INLINE_LENGTH));
 }
 
 std::vector<std::string_view> split_lines(std::string_view source) {
@@ -73,7 +80,7 @@ Heading heading(Node node, std::optional<Node> following) {
 
 std::optional<std::string> summary(std::optional<Node> block) {
   if (!block || type(*block) != "paragraph") return std::nullopt;
-  std::string plain = plain_text(text(*block));
+  std::string plain = plain_text(leading_text(*block));
   if (plain.empty()) return std::nullopt;
   return plain;
 }
