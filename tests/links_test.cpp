@@ -211,6 +211,29 @@ TEST(LinkWalk, ReadsLinksWhereAReaderCanFollowThem) {
   EXPECT_EQ(testing::index_text(markdown).references, expected);
 }
 
+// The walk skips nodes by counts of link marks kept every 64 bytes: a mark must be found at
+// any offset, right at the document's ends and across a count boundary included.
+TEST(LinkWalk, FindsLinksWhereverTheirMarksFall) {
+  const std::vector<std::pair<std::string, std::string>> holders = {
+      {"", ""}, {"- ", "\n"}, {"> ", "\n"}, {"| ", " |\n|---|\n"}};
+  for (const auto& [before, after] : holders) {
+    for (std::size_t padding = 0; padding < 140; ++padding) {
+      for (const auto& [link, kind] :
+           {std::pair{"[a](b.md)", REF_DOC_LINK}, std::pair{"[[b.md]]", REF_WIKI_LINK}}) {
+        const std::string markdown = before + std::string(padding, 'x') + " " + link + after;
+        EXPECT_EQ(testing::index_text(markdown).references,
+                  std::vector{ref("b.md", nullopt, 1, nullopt, kind)})
+            << markdown;
+      }
+    }
+  }
+  for (std::size_t padding = 0; padding < 140; ++padding) {
+    const std::string definition = std::string(padding, 'x') + "\n\n[a]: b.md";
+    EXPECT_EQ(testing::index_text(definition).references, std::vector{ref("b.md", nullopt, 3)})
+        << definition;
+  }
+}
+
 TEST(LinkExtraction, SplitsDecodesAndDropsRepeatsOnALine) {
   const std::string markdown =
       "[a](../guide.md?x=1#sec) [b](guide.md#sec?x) [c](my%20file.md#%20)\n"  // 1

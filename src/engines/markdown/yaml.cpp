@@ -255,12 +255,9 @@ struct Resolver {
 };
 
 const Resolver RESOLVERS[] = {
-    {&BOOL_PATTERN, Tag::BOOL, "yYnNtTfFoO"},
-    {&FLOAT_PATTERN, Tag::FLOAT, "-+0123456789."},
-    {&INT_PATTERN, Tag::INT, "-+0123456789"},
-    {&MERGE_PATTERN, Tag::MERGE, "<"},
-    {&NULL_PATTERN, Tag::NUL, "~nN"},
-    {&TIMESTAMP_PATTERN, Tag::TIMESTAMP, "0123456789"},
+    {&BOOL_PATTERN, Tag::BOOL, "yYnNtTfFoO"}, {&FLOAT_PATTERN, Tag::FLOAT, "-+0123456789."},
+    {&INT_PATTERN, Tag::INT, "-+0123456789"}, {&MERGE_PATTERN, Tag::MERGE, "<"},
+    {&NULL_PATTERN, Tag::NUL, "~nN"},         {&TIMESTAMP_PATTERN, Tag::TIMESTAMP, "0123456789"},
     {&VALUE_PATTERN, Tag::VALUE, "="},
 };
 
