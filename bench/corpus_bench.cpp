@@ -1,8 +1,8 @@
 // The Markdown engine's costs over a whole corpus, on the same files: the tree-sitter parse
-// floor, the engine alone on parsed trees, and the whole
-// `tarnwick-md index` command at -j 1 and -j 2. Every benchmark is one pass over the corpus,
-// repeated as --benchmark_repetitions says; a summary then compares the medians with each other and
-// with the targets.
+// floor, the engine alone on parsed trees, and the whole `tarnwick-md index` command at -j 1
+// and -j 2. Every benchmark is one pass over the corpus. The four run in turn, round after
+// round (--rounds=N, default 5); each ratio is taken within a round, so that a machine whose
+// speed drifts weighs on both of its terms alike, and the summary shows the medians.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <spawn.h>
@@ -159,23 +159,38 @@ MemoryProfile profile_memory(unsigned jobs) {
   return profile;
 }
 
-// The time of every pass of one benchmark.
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  const std::size_t middle = values.size() / 2;
+  return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+// The time of every pass of one benchmark, a pass a round.
 struct Passes {
   std::vector<double> seconds;
 
-  double median() const {
-    std::vector<double> sorted = seconds;
-    std::sort(sorted.begin(), sorted.end());
-    const std::size_t middle = sorted.size() / 2;
-    return sorted.size() % 2 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
-  }
-  double mb_per_second() const { return static_cast<double>(corpus.bytes) / MB / median(); }
+  double mb_per_second() const { return static_cast<double>(corpus.bytes) / MB / median(seconds); }
 };
 
-// Shows the usual table and keeps every pass for the summary.
+// The median over the rounds of a round's `numerator` time over its `denominator` time.
+double median_ratio(const Passes& numerator, const Passes& denominator) {
+  std::vector<double> ratios;
+  for (std::size_t i = 0; i < std::min(numerator.seconds.size(), denominator.seconds.size()); ++i) {
+    ratios.push_back(numerator.seconds[i] / denominator.seconds[i]);
+  }
+  return median(ratios);
+}
+
+// Shows the usual table, its header once, and keeps every pass for the summary.
 class PassReporter : public benchmark::ConsoleReporter {
  public:
   PassReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_ColorTabular : OO_Tabular) {}
+
+  bool ReportContext(const Context& context) override {
+    if (reported_context_) return true;
+    reported_context_ = true;
+    return ConsoleReporter::ReportContext(context);
+  }
 
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const auto& run : runs) {
@@ -187,6 +202,9 @@ class PassReporter : public benchmark::ConsoleReporter {
   }
 
   std::map<std::string, Passes> passes;
+
+ private:
+  bool reported_context_ = false;
 };
 
 double mib(long kib) {
@@ -212,33 +230,37 @@ void print_memory(unsigned jobs) {
 }
 
 // The figures of the benchmarks that ran, their ratios, and the targets that they decide.
-void print_summary(const std::map<std::string, Passes>& passes) {
+void print_summary(const std::map<std::string, Passes>& passes, int rounds) {
   const Passes* parse = find(passes, "parse_floor");
   const Passes* eng = find(passes, "engine");
   const Passes* j1 = find(passes, "index_j1");
   const Passes* j2 = find(passes, "index_j2");
-  std::printf("\n%zu files, %.2f MB (MB = 10^6 bytes); medians of the passes\n",
-              corpus.files.size(), static_cast<double>(corpus.bytes) / MB);
+  std::printf(
+      "\n%zu files, %.2f MB (MB = 10^6 bytes); medians over %d rounds, ratios within each\n",
+      corpus.files.size(), static_cast<double>(corpus.bytes) / MB, rounds);
   if (parse) std::printf("parse floor (tree-sitter alone) %7.2f MB/s\n", parse->mb_per_second());
-  if (eng) std::printf("engine on parsed trees          %7.2f MB/s\n", eng->mb_per_second());
+  if (eng) {
+    std::printf("engine on parsed trees          %7.2f MB/s", eng->mb_per_second());
+    if (parse) std::printf(", %.1f%% of parse time", 100 * median_ratio(*eng, *parse));
+    std::printf("\n");
+  }
   for (const auto& [command, jobs] : {std::pair{j1, 1u}, std::pair{j2, 2u}}) {
     if (!command) continue;
     std::printf("tarnwick-md index -j %u          %7.2f MB/s", jobs, command->mb_per_second());
-    if (parse)
-      std::printf(", %.2f x parse floor", command->mb_per_second() / parse->mb_per_second());
+    if (parse) std::printf(", %.2f x parse floor", median_ratio(*parse, *command));
     std::printf("\n");
     print_memory(jobs);
   }
   if (eng && parse) {
-    const double share = 100 * eng->median() / parse->median();
+    const double share = 100 * median_ratio(*eng, *parse);
     print_target("engine <= 10% of parse time (%)", share, share <= 10);
   }
   if (j1 && parse) {
-    const double ratio = j1->mb_per_second() / parse->mb_per_second();
+    const double ratio = median_ratio(*parse, *j1);
     print_target("-j 1 >= 0.85 x parse floor", ratio, ratio >= 0.85);
   }
   if (j1 && j2) {
-    const double speedup = j2->mb_per_second() / j1->mb_per_second();
+    const double speedup = median_ratio(*j1, *j2);
     print_target("-j 2 >= 1.7 x -j 1", speedup, speedup >= 1.7);
   }
 }
@@ -257,8 +279,13 @@ void register_benchmarks() {
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
+  int rounds = 5;
+  if (argc == 3 && std::sscanf(argv[1], "--rounds=%d", &rounds) == 1 && rounds > 0) {
+    argv[1] = argv[2];
+    --argc;
+  }
   if (argc != 2) {
-    std::fprintf(stderr, "usage: %s [benchmark options] CORPUS_DIRECTORY\n", argv[0]);
+    std::fprintf(stderr, "usage: %s [benchmark options] [--rounds=N] CORPUS_DIRECTORY\n", argv[0]);
     return 2;
   }
   try {
@@ -266,8 +293,8 @@ int main(int argc, char** argv) {
     corpus = tarnwick::bench::load_corpus(corpus_directory);
     register_benchmarks();
     PassReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    print_summary(reporter.passes);
+    for (int round = 0; round < rounds; ++round) benchmark::RunSpecifiedBenchmarks(&reporter);
+    print_summary(reporter.passes, rounds);
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "%s: %s\n", argv[0], failure.what());
     return 1;
