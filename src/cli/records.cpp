@@ -14,8 +14,6 @@ namespace {
 
 namespace utf8 = engines::markdown::detail;
 
-constexpr std::string_view REPLACEMENT_CHARACTER = "\xEF\xBF\xBD";
-
 bool needs_escape(unsigned char byte) {
   return byte < 0x20 || byte == '"' || byte == '\\';
 }
@@ -74,7 +72,7 @@ void append_string(std::string& out, std::string_view text) {
         continue;
       }
       out.append(text, copied, pos - copied);
-      out += REPLACEMENT_CHARACTER;
+      utf8::append_utf8(out, utf8::REPLACEMENT_CHARACTER);
       pos += static_cast<std::size_t>(-length);
     }
     copied = pos;
@@ -93,8 +91,9 @@ void append_number(std::string& out, std::int64_t number) {
 class Record {
  public:
   Record(std::string& out, std::string_view type) : out_(out) {
-    out_ += R"({"type":)";
-    append_string(out_, type);
+    out_ += R"({"type":")";
+    out_ += type;
+    out_ += '"';
   }
   Record(const Record&) = delete;
   Record& operator=(const Record&) = delete;
@@ -122,10 +121,11 @@ class Record {
   }
 
  private:
+  // Keys and types are this file's own literals, which need no escaping.
   void key(std::string_view name) {
-    out_ += ',';
-    append_string(out_, name);
-    out_ += ':';
+    out_ += ",\"";
+    out_ += name;
+    out_ += "\":";
   }
   void null(std::string_view name) {
     key(name);

@@ -2,16 +2,14 @@
 
 #include <string_view>
 
+#include "engines/markdown/utf8.hpp"
+
 namespace tarnwick::cli {
 
 namespace {
 
 constexpr std::size_t MAX_DOCSTRING_LENGTH = 1000;
 constexpr std::string_view CUT_MARKER = "...";
-
-bool starts_code_point(char c) {
-  return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
-}
 
 }  // namespace
 
@@ -29,14 +27,10 @@ std::string UniqueFqns::operator()(const std::string& candidate) {
 }
 
 std::string shortened(const std::string& text, std::size_t max_length) {
-  std::size_t count = 0;
-  std::size_t cut = text.size();
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (!starts_code_point(text[i])) continue;
-    if (count == max_length - CUT_MARKER.size()) cut = i;
-    if (++count > max_length) return text.substr(0, cut) + std::string(CUT_MARKER);
-  }
-  return text;
+  namespace utf8 = engines::markdown::detail;
+  if (utf8::code_point_count(text) <= max_length) return text;
+  return std::string(utf8::first_code_points(text, max_length - CUT_MARKER.size())) +
+         std::string(CUT_MARKER);
 }
 
 std::string cap_docstring(const std::string& text) {
