@@ -21,16 +21,14 @@
 #include <thread>
 #include <vector>
 
-#include "cli/rules.hpp"
+#include "cli/index.hpp"
 #include "corpus_files.hpp"
-#include "tarnwick/engines/markdown.hpp"
 #include "tarnwick/tree.hpp"
 
 extern char** environ;
 
 namespace {
 
-namespace markdown = tarnwick::engines::markdown;
 using tarnwick::bench::Corpus;
 
 constexpr double MB = 1e6;
@@ -54,19 +52,6 @@ void parse_floor(benchmark::State& state) {
   set_corpus_bytes(state);
 }
 
-// Both engine calls on one parsed document, with the indexer's default rules.
-void run_engine(const tarnwick::Document& document, std::size_t index) {
-  tarnwick::cli::UniqueFqns unique_fqn;
-  const markdown::IndexerRules rules{.unique_fqn = std::ref(unique_fqn),
-                                     .cap_docstring = tarnwick::cli::cap_docstring,
-                                     .debug_log = {}};
-  const auto sections =
-      markdown::extract_sections(document.root(), document.text(), corpus.files[index].prefix,
-                                 static_cast<std::int64_t>(index) + 1, rules);
-  auto links = markdown::extract_links(document.root(), sections);
-  benchmark::DoNotOptimize(links);
-}
-
 // The engine on each tree right after its parse, as the command runs it: only the engine is
 // timed.
 void engine(benchmark::State& state) {
@@ -76,7 +61,8 @@ void engine(benchmark::State& state) {
     for (std::size_t i = 0; i < corpus.files.size(); ++i) {
       const tarnwick::Document document(parser, corpus.files[i].text);
       const auto start = std::chrono::steady_clock::now();
-      run_engine(document, i);
+      benchmark::DoNotOptimize(tarnwick::cli::extract_document(
+          document, corpus.files[i].prefix, static_cast<std::int64_t>(i) + 1, false));
       spent += std::chrono::steady_clock::now() - start;
     }
     state.SetIterationTime(std::chrono::duration<double>(spent).count());

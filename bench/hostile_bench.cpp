@@ -5,7 +5,7 @@
 #include <random>
 #include <string>
 
-#include "cli/rules.hpp"
+#include "cli/index.hpp"
 #include "tarnwick/tree.hpp"
 
 namespace {
@@ -53,12 +53,7 @@ void index_document(benchmark::State& state, const std::string& text) {
   const MarkdownParser parser;
   for (auto _ : state) {
     const Document document(parser, text);
-    cli::UniqueFqns unique_fqn;
-    const engines::markdown::IndexerRules rules{
-        .unique_fqn = std::ref(unique_fqn), .cap_docstring = cli::cap_docstring, .debug_log = {}};
-    const auto sections =
-        engines::markdown::extract_sections(document.root(), document.text(), "README", 1, rules);
-    benchmark::DoNotOptimize(engines::markdown::extract_links(document.root(), sections));
+    benchmark::DoNotOptimize(cli::extract_document(document, "README", 1, false));
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
 }

@@ -18,6 +18,26 @@ namespace tarnwick::cli {
 
 namespace markdown = engines::markdown;
 
+Extracted extract_document(const Document& document, const std::string& prefix,
+                           std::int64_t file_id, bool verbose) {
+  Extracted found;
+  UniqueFqns unique_fqn;
+  markdown::IndexerRules rules{
+      .unique_fqn = std::ref(unique_fqn),
+      .cap_docstring = cap_docstring,
+      .debug_log = {},
+  };
+  if (verbose) {
+    rules.debug_log = [&found](std::string_view logger, std::string_view message) {
+      found.debug_lines.push_back("DEBUG:" + std::string(logger) + ":" + std::string(message));
+    };
+  }
+  found.symbols =
+      markdown::extract_sections(document.root(), document.text(), prefix, file_id, rules);
+  found.references = markdown::extract_links(document.root(), found.symbols);
+  return found;
+}
+
 Extracted extract_file(const SourceFile& file, std::int64_t file_id, const MarkdownParser& parser,
                        bool verbose) {
   Extracted found;
@@ -31,22 +51,10 @@ Extracted extract_file(const SourceFile& file, std::int64_t file_id, const Markd
     found.error = ReadError{file.location.string(), "too large to parse (4 GiB or more)"};
     return found;
   }
-  found.bytes = bytes->size();
+  const std::size_t size = bytes->size();
   const Document document(parser, normalize_line_endings(std::move(*bytes)));
-  UniqueFqns unique_fqn;
-  markdown::IndexerRules rules{
-      .unique_fqn = std::ref(unique_fqn),
-      .cap_docstring = cap_docstring,
-      .debug_log = {},
-  };
-  if (verbose) {
-    rules.debug_log = [&found](std::string_view logger, std::string_view message) {
-      found.debug_lines.push_back("DEBUG:" + std::string(logger) + ":" + std::string(message));
-    };
-  }
-  found.symbols =
-      markdown::extract_sections(document.root(), document.text(), file.prefix, file_id, rules);
-  found.references = markdown::extract_links(document.root(), found.symbols);
+  found = extract_document(document, file.prefix, file_id, verbose);
+  found.bytes = size;
   return found;
 }
 

@@ -27,7 +27,11 @@ struct Extracted {
   std::optional<ReadError> error;
 };
 
-// Reads, parses and runs both engine calls with the indexer's default rules.
+// Runs both engine calls on a parsed document with the indexer's default rules.
+Extracted extract_document(const Document& document, const std::string& prefix,
+                           std::int64_t file_id, bool verbose);
+
+// Reads, parses and extracts a file as extract_document does.
 Extracted extract_file(const SourceFile& file, std::int64_t file_id, const MarkdownParser& parser,
                        bool verbose);
 
