@@ -6,10 +6,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <exception>
-#include <memory>
 #include <string_view>
 
 #include "corpus_files.hpp"
+#include "engines/markdown/node.hpp"
 #include "tarnwick/tree.hpp"
 
 namespace {
@@ -36,20 +36,12 @@ struct Digest {
 };
 
 // Every node once, parents before children, children in order.
-Digest digest_of(TSNode root) {
+Digest digest_of(tarnwick::engines::markdown::Node root) {
   Digest digest;
-  TSTreeCursor cursor = ts_tree_cursor_new(root);
-  for (bool more = true; more;) {
-    digest.add(ts_tree_cursor_current_node(&cursor));
-    if (ts_tree_cursor_goto_first_child(&cursor)) continue;
-    while (!ts_tree_cursor_goto_next_sibling(&cursor)) {
-      if (!ts_tree_cursor_goto_parent(&cursor)) {
-        more = false;
-        break;
-      }
-    }
-  }
-  ts_tree_cursor_delete(&cursor);
+  tarnwick::engines::markdown::detail::walk(root, [&digest](auto node) {
+    digest.add(node.node);
+    return true;
+  });
   return digest;
 }
 
@@ -63,9 +55,8 @@ int main(int argc, char** argv) {
   try {
     const tarnwick::MarkdownParser parser;
     for (const auto& file : tarnwick::bench::load_corpus(argv[1]).files) {
-      const std::unique_ptr<TSTree, void (*)(TSTree*)> tree(parser.parse(file.text),
-                                                            ts_tree_delete);
-      const Digest digest = digest_of(ts_tree_root_node(tree.get()));
+      const tarnwick::Document document(parser, file.text);
+      const Digest digest = digest_of(document.root());
       std::printf("%s %llu %016llx\n", file.path.c_str(),
                   static_cast<unsigned long long>(digest.nodes),
                   static_cast<unsigned long long>(digest.hash));
