@@ -117,6 +117,8 @@ TEST(FrontMatter, FieldsReadAsTheirPlainText) {
          {"empty text", "---\ntitle: ''\n---\n", {}},
          {"a lone pair of asterisks", "---\ntitle: '**'\n---\n", {"README.** 1-3 (none)"}},
          {"a list", "---\ntitle: [a, b]\n---\n", {}},
+         {"a lone equals sign is text", "---\ntitle: =\n---\n", {"README.= 1-3 (none)"}},
+         {"so is a lone merge key", "---\ntitle: <<\n---\n", {"README.<< 1-3 (none)"}},
          {"TOML",
           "+++\ntitle = 'Guide'\ndescription = \"A \\u00e9\"\n+++\n",
           {"README.Guide 1-4 A \xC3\xA9"}},

@@ -67,7 +67,10 @@ TEST(YamlTyping, PlainScalarsTakeTheirYaml11Types) {
   expect_titles(Opaque::TIMESTAMP, {"2001-12-14t21:59:43.10-05:00", "2001-12-14 21:59:43.10 -5",
                                     "2001-12-14T21:59:43Z", "2001-1-1 1:00:00"});
   for (const std::string text : {"nULL", "y", "yEs", "08", "0b2", "1:60", "1.0e3", "1e3", "+.5",
-                                 "-.nan", "2001-1-1", "<<x", "How to *install*"}) {
+                                 "-.nan", "2001-1-1", "<<x", "How to *install*",
+                                 // resolved to YAML 1.1's merge and value types, which only a
+                                 // mapping's key can use: as values they are text
+                                 "<<", "="}) {
     EXPECT_EQ(title_of("title: " + text), Value(text));
   }
   expect_titles({{"0b1010", Integer{"10"}},
@@ -112,6 +115,7 @@ TEST(YamlTyping, QuotedBlockAndTaggedScalars) {
                  {"!!timestamp 2001-1-1", Opaque::DATE},
                  {"! 12", Integer{"12"}},  // the non-specific tag leaves any style to the resolver
                  {"! '12'", Integer{"12"}},
+                 {"! =", "="s},
                  {"&x 12", Integer{"12"}}});
 }
 
@@ -120,6 +124,8 @@ TEST(YamlTyping, CollectionsKeepOnlyTheirKind) {
                  {"!!seq [a]", Opaque::LIST},
                  {"!!omap [a: 1, b: 2]", Opaque::LIST},
                  {"!!pairs [a: 1, a: 2]", Opaque::LIST},
+                 {"!!omap [<<: {a: 1}]", Opaque::LIST},  // a pair's key `<<` does not merge
+                 {"[=, <<, {=: <<}]", Opaque::LIST},
                  {"{a: 1}", Opaque::MAPPING},
                  {"!!set {a, b}", Opaque::SET}});
 }
@@ -205,7 +211,7 @@ TEST(YamlFailures, GiveOneDebugLineAndNoFields) {
       "a: &x 1\nb: &x 2", "title: " + std::string(60000, '['),
       // keys and merges
       "[a, b]: 1", "{a: 1}: 2", "? !!set {a}\n: 1", "<<: 1", "<<: [1]", "<<: [{a: 1}, x]",
-      "<<: {title: !custom x}", "title: <<", "title: =",
+      "<<: {title: !custom x}", "title: !!merge <<", "title: !!value =",
       // scalars that do not construct
       "title: !!int abc", "title: !!int ''", "title: !!int ' 0x1F '", "title: 0b_",
       "title: !!bool maybe", "title: !!float x", "title: 2024-13-45", "title: 2023-02-29",
@@ -214,7 +220,7 @@ TEST(YamlFailures, GiveOneDebugLineAndNoFields) {
       "title: !!binary aGVsbG8", "title: !!binary aGVsbG8=\xC3\xA9",
       // collections under the wrong tag
       "title: !!str [a]", "title: !!seq {a: 1}", "title: !!map [a]", "title: !!omap {a: 1}",
-      "title: !!omap [a]", "title: !!omap [{a: 1, b: 2}]", "title: !!omap [<<: {a: 1}]"};
+      "title: !!omap [a]", "title: !!omap [{a: 1, b: 2}]"};
   for (const std::string& body : bodies) {
     const Loaded loaded = load(body);
     EXPECT_TRUE(loaded.fields.empty()) << body;

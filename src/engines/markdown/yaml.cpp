@@ -210,7 +210,6 @@ const Regex TIMESTAMP_PATTERN{
     R"re(^(?:[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9]|[0-9][0-9][0-9][0-9]-[0-9][0-9]?-[0-9][0-9]?)re"
     R"re((?:[Tt]|[ \t]+)[0-9][0-9]?:[0-9][0-9]:[0-9][0-9](?:\.[0-9]*)?)re"
     R"re((?:[ \t]*(?:Z|[-+][0-9][0-9]?(?::[0-9][0-9])?))?)$)re"};
-const Regex VALUE_PATTERN{"^(?:=)$"};
 
 enum class Tag {
   STR,
@@ -226,18 +225,16 @@ enum class Tag {
   OMAP,
   PAIRS,
   MERGE,
-  VALUE,
   OTHER
 };
 
 constexpr std::string_view STANDARD = "tag:yaml.org,2002:";
 
 const std::unordered_map<std::string_view, Tag> STANDARD_TAGS = {
-    {"str", Tag::STR},       {"int", Tag::INT},     {"float", Tag::FLOAT},
-    {"bool", Tag::BOOL},     {"null", Tag::NUL},    {"timestamp", Tag::TIMESTAMP},
-    {"binary", Tag::BINARY}, {"seq", Tag::SEQ},     {"map", Tag::MAP},
-    {"set", Tag::SET},       {"omap", Tag::OMAP},   {"pairs", Tag::PAIRS},
-    {"merge", Tag::MERGE},   {"value", Tag::VALUE},
+    {"str", Tag::STR},       {"int", Tag::INT},   {"float", Tag::FLOAT},
+    {"bool", Tag::BOOL},     {"null", Tag::NUL},  {"timestamp", Tag::TIMESTAMP},
+    {"binary", Tag::BINARY}, {"seq", Tag::SEQ},   {"map", Tag::MAP},
+    {"set", Tag::SET},       {"omap", Tag::OMAP}, {"pairs", Tag::PAIRS},
 };
 
 Tag explicit_tag(std::string_view name) {
@@ -258,7 +255,6 @@ const Resolver RESOLVERS[] = {
     {&BOOL_PATTERN, Tag::BOOL, "yYnNtTfFoO"}, {&FLOAT_PATTERN, Tag::FLOAT, "-+0123456789."},
     {&INT_PATTERN, Tag::INT, "-+0123456789"}, {&MERGE_PATTERN, Tag::MERGE, "<"},
     {&NULL_PATTERN, Tag::NUL, "~nN"},         {&TIMESTAMP_PATTERN, Tag::TIMESTAMP, "0123456789"},
-    {&VALUE_PATTERN, Tag::VALUE, "="},
 };
 
 Tag implicit_tag(std::string_view value) {
@@ -719,10 +715,11 @@ std::optional<std::string_view> scalar_kind(Tag tag) {
   }
 }
 
-std::string_view tag_text(const YamlNode& node) {
-  if (node.tag == Tag::MERGE) return "tag:yaml.org,2002:merge";
-  if (node.tag == Tag::VALUE) return "tag:yaml.org,2002:value";
-  return node.tag_name;
+// The tag a node is constructed with. A plain `<<` merges only as the key of a mapping, where
+// the mapping's pairs read it; anywhere else it is the text it reads, like any scalar that no
+// other type claims.
+Tag constructed_tag(const YamlNode& node) {
+  return node.tag == Tag::MERGE ? Tag::STR : node.tag;
 }
 
 // What is left to check: a node to construct as a value, one to construct as a mapping key,
@@ -747,9 +744,7 @@ class Checker {
       } else if (role == Role::KEY && node.shape != Shape::SCALAR) {
         failure = fail("found unhashable key", node);
       } else if (!constructed_[id]) {
-        // A value key (=) stands for the text "=" in a mapping.
-        const Tag tag = role == Role::KEY && node.tag == Tag::VALUE ? Tag::STR : node.tag;
-        failure = construct(node, id, tag);
+        failure = construct(node, id);
         constructed_[id] = !failure;
       }
       if (failure) return failure;
@@ -770,7 +765,8 @@ class Checker {
     for (const NodeId id : ids) pending_.push_back({id, role});
   }
 
-  std::optional<Failure> construct(const YamlNode& node, NodeId id, Tag tag) {
+  std::optional<Failure> construct(const YamlNode& node, NodeId id) {
+    const Tag tag = constructed_tag(node);
     if (const auto kind = scalar_kind(tag)) {
       if (node.shape != Shape::SCALAR) return expected("a scalar node", node);
       if (!scalar_value(node, tag)) return fail(fmt::format("not a valid {}", *kind), node);
@@ -791,8 +787,7 @@ class Checker {
         return ordered_pairs(node);
       default:
         return fail(
-            fmt::format("could not determine a constructor for the tag '{}'", tag_text(node)),
-            node);
+            fmt::format("could not determine a constructor for the tag '{}'", node.tag_name), node);
     }
   }
 
@@ -848,8 +843,7 @@ class Checker {
 // Looking up: the value of a key in a mapping as its merges make it, without copying.
 
 bool is_key(const YamlNode& node, std::string_view key) {
-  return node.shape == Shape::SCALAR && (node.tag == Tag::STR || node.tag == Tag::VALUE) &&
-         node.value == key;
+  return node.shape == Shape::SCALAR && node.tag == Tag::STR && node.value == key;
 }
 
 // A mapping's own pairs win over merged ones; among merge keys the last wins, and within a
@@ -897,7 +891,7 @@ Value value_of(const YamlNode& node) {
     case Tag::MAP:
       return Opaque::MAPPING;
     default:
-      return *scalar_value(node, node.tag);
+      return *scalar_value(node, constructed_tag(node));
   }
 }
 
