@@ -1,10 +1,12 @@
-// Arbitrary bytes as a Markdown file, through the real parser and both engine calls.
+// Arbitrary bytes as a Markdown file, through the real parser and both engine calls, and the
+// link walk with and without its skipping of link-free subtrees.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
 #include "cli/rules.hpp"
+#include "engines/markdown/links.hpp"
 #include "invariants.hpp"
 #include "tarnwick/tree.hpp"
 
@@ -26,5 +28,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto lines = 1 + std::count(document.text().begin(), document.text().end(), '\n');
   fuzz::check_sections(sections, "README", lines);
   fuzz::check_references(engines::markdown::extract_links(document.root(), sections), lines);
+  namespace links = engines::markdown::detail;
+  fuzz::require(links::link_targets(document.root(), links::Subtrees::SKIP_LINK_FREE) ==
+                    links::link_targets(document.root(), links::Subtrees::READ_ALL),
+                "skipping link-free subtrees finds the same links as reading every node");
   return 0;
 }

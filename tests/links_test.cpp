@@ -5,6 +5,7 @@
 #include "engines/markdown/inline_text.hpp"
 #include "engines/markdown/links.hpp"
 #include "support.hpp"
+#include "tarnwick/tree.hpp"
 
 namespace tarnwick::engines::references {
 void PrintTo(const ReferenceInfo& r, std::ostream* out) {
@@ -231,6 +232,38 @@ TEST(LinkWalk, FindsLinksWhereverTheirMarksFall) {
     const std::string definition = std::string(padding, 'x') + "\n\n[a]: b.md";
     EXPECT_EQ(testing::index_text(definition).references, std::vector{ref("b.md", nullopt, 3)})
         << definition;
+  }
+}
+
+// A reference definition whose label is followed by a control character before its colon.
+TEST(LinkWalk, ReadsEveryDefinitionTheGrammarFinds) {
+  EXPECT_EQ(testing::index_text(std::string("[l]\0:c", 6)).references,
+            std::vector{ref("c", nullopt, 1)});
+}
+
+// Skipping the subtrees without link marks must never change what the walk finds: documents
+// made of link pieces, control characters and invalid UTF-8, read with and without the skip.
+TEST(LinkWalk, SkipsOnlyWhatHoldsNoLink) {
+  const std::vector<std::string> pieces = {
+      "[",    "]",    "(",    ")",    "[[",    "]]",    ":",   "a.md",  "#x", "|",
+      " ",    "\n",   "\t",   "> ",   "- ",    "1. ",   "`",   "```",   "<",  ">",
+      "\\",   "!",    "\"",   "'",    "=",     "---",   "# ",  "    ",  "\r", "\x01",
+      "\x7f", "\xff", "\xc3", "\xa9", "&amp;", "\n[l]", "[l]", ": b.md"};
+  std::string nul(1, '\0');
+  std::mt19937 random(15);
+  std::uniform_int_distribution<std::size_t> piece(0, pieces.size());
+  std::uniform_int_distribution<int> length(1, 60);
+  static const MarkdownParser parser;
+  for (int round = 0; round < 4000; ++round) {
+    std::string markdown;
+    for (int n = length(random); n > 0; --n) {
+      const std::size_t i = piece(random);
+      markdown += i == pieces.size() ? nul : pieces[i];
+    }
+    const Document document(parser, markdown);
+    EXPECT_EQ(link_targets(document.root(), Subtrees::SKIP_LINK_FREE),
+              link_targets(document.root(), Subtrees::READ_ALL))
+        << ::testing::PrintToString(markdown);
   }
 }
 

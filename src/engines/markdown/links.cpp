@@ -128,11 +128,12 @@ bool may_hold_link(std::string_view markdown) {
          markdown.find("[[") != std::string_view::npos;
 }
 
-// How many link marks a document holds before a position: the "](" of an inline link, the "[["
-// of a wiki link and the "]:" of a reference definition. A node whose bytes hold none holds no
-// link, so the link walk skips it. The counts are kept for every STRIDE-th position and counted
-// on from there: constant time per node however deep it nests, and memory an eighth of the
-// document's.
+// How many link marks a document holds before a position: the "[[" of a wiki link, and any "]",
+// which closes the text of every inline link (its "](") and the label of every reference
+// definition (whatever the grammar lets stand between the label and its ":"). A node whose
+// bytes hold none holds no link, so the link walk skips it. The counts are kept for every
+// STRIDE-th position and counted on from there: constant time per node however deep it nests,
+// and memory an eighth of the document's.
 class LinkMarks {
  public:
   explicit LinkMarks(std::string_view source) : source_(source) {
@@ -162,7 +163,7 @@ class LinkMarks {
     for (std::size_t at = from; at < to; ++at) {
       const unsigned char first = text[at], second = text[at + 1];
       count += (first == '[') & (second == '[');
-      count += (first == ']') & ((second == '(') | (second == ':'));
+      count += first == ']';
     }
     return count;
   }
@@ -283,11 +284,11 @@ std::vector<LinkTarget> inline_targets(std::string_view markdown, std::int64_t f
   return targets;
 }
 
-std::vector<LinkTarget> link_targets(Node root) {
+std::vector<LinkTarget> link_targets(Node root, Subtrees subtrees) {
   std::vector<LinkTarget> targets;
-  const LinkMarks marks(root.source);
+  const LinkMarks marks(subtrees == Subtrees::SKIP_LINK_FREE ? root.source : std::string_view{});
   walk(root, [&](Node node) {
-    if (!marks.any_in(bytes(node))) return false;
+    if (subtrees == Subtrees::SKIP_LINK_FREE && !marks.any_in(bytes(node))) return false;
     const std::string_view kind = type(node);
     const std::int64_t line = std::int64_t{start_row(node)} + 1;
     if (INLINE_NODES.contains(kind)) {

@@ -55,8 +55,12 @@ std::vector<ByteRange> code_spans(std::string_view markdown);
 // the order in which they stand; links inside code spans are not read.
 std::vector<LinkTarget> inline_targets(std::string_view markdown, std::int64_t first_line);
 
+// Whether the link walk passes over the subtrees whose bytes hold no link mark, or reads every
+// node. The targets are the same either way; only the time differs.
+enum class Subtrees { SKIP_LINK_FREE, READ_ALL };
+
 // Every link target of the block tree below `root`, in document order.
-std::vector<LinkTarget> link_targets(Node root);
+std::vector<LinkTarget> link_targets(Node root, Subtrees subtrees = Subtrees::SKIP_LINK_FREE);
 
 // Percent-decoding: each run of ASCII characters is decoded by itself and read as UTF-8, each
 // maximal ill-formed subpart becoming one U+FFFD.
