@@ -23,7 +23,7 @@
 
 #include "cli/index.hpp"
 #include "corpus_files.hpp"
-#include "tarnwick/tree.hpp"
+#include "tarnwick/markdown.hpp"
 
 extern char** environ;
 
@@ -45,7 +45,7 @@ void set_corpus_bytes(benchmark::State& state) {
 
 // Parsing and freeing the tree, as the command does for every file.
 void parse_floor(benchmark::State& state) {
-  const tarnwick::MarkdownParser parser;
+  tarnwick::MarkdownParser parser;
   for (auto _ : state) {
     for (const auto& file : corpus.files) ts_tree_delete(parser.parse(file.text));
   }
@@ -55,14 +55,14 @@ void parse_floor(benchmark::State& state) {
 // The engine on each tree right after its parse, as the command runs it: only the engine is
 // timed.
 void engine(benchmark::State& state) {
-  const tarnwick::MarkdownParser parser;
+  tarnwick::MarkdownParser parser;
   for (auto _ : state) {
     std::chrono::steady_clock::duration spent{};
     for (std::size_t i = 0; i < corpus.files.size(); ++i) {
       const tarnwick::Document document(parser, corpus.files[i].text);
       const auto start = std::chrono::steady_clock::now();
-      benchmark::DoNotOptimize(tarnwick::cli::extract_document(
-          document, corpus.files[i].prefix, static_cast<std::int64_t>(i) + 1, false));
+      benchmark::DoNotOptimize(tarnwick::index_document(document, corpus.files[i].prefix,
+                                                        static_cast<std::int64_t>(i) + 1));
       spent += std::chrono::steady_clock::now() - start;
     }
     state.SetIterationTime(std::chrono::duration<double>(spent).count());

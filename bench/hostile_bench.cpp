@@ -5,8 +5,7 @@
 #include <random>
 #include <string>
 
-#include "cli/index.hpp"
-#include "tarnwick/tree.hpp"
+#include "tarnwick/markdown.hpp"
 
 namespace {
 
@@ -50,10 +49,10 @@ std::string noise(std::size_t size) {
 }
 
 void index_document(benchmark::State& state, const std::string& text) {
-  const MarkdownParser parser;
+  MarkdownParser parser;
   for (auto _ : state) {
     const Document document(parser, text);
-    benchmark::DoNotOptimize(cli::extract_document(document, "README", 1, false));
+    benchmark::DoNotOptimize(tarnwick::index_document(document, "README", 1));
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * text.size()));
 }

@@ -82,7 +82,7 @@ std::string sectioned_document(std::int64_t count) {
 // extract_links over a parsed document of n sections and n links; the tree and the sections
 // are built once, outside the timing.
 void BM_ExtractLinks(benchmark::State& state) {
-  const tarnwick::MarkdownParser parser;
+  tarnwick::MarkdownParser parser;
   const tarnwick::Document document(parser, sectioned_document(state.range(0)));
   const markdown::IndexerRules rules{.unique_fqn = [](const std::string& fqn) { return fqn; },
                                      .cap_docstring = [](const std::string& text) { return text; },

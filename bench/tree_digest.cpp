@@ -53,7 +53,7 @@ int main(int argc, char** argv) {
     return 2;
   }
   try {
-    const tarnwick::MarkdownParser parser;
+    tarnwick::MarkdownParser parser;
     for (const auto& file : tarnwick::bench::load_corpus(argv[1]).files) {
       const tarnwick::Document document(parser, file.text);
       const Digest digest = digest_of(document.root());

@@ -5,21 +5,19 @@
 #include <cstdint>
 #include <string>
 
-#include "cli/rules.hpp"
 #include "engines/markdown/links.hpp"
 #include "invariants.hpp"
-#include "tarnwick/tree.hpp"
+#include "tarnwick/markdown.hpp"
 
 using namespace tarnwick;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const MarkdownParser parser;
+  static MarkdownParser parser;
   const Document document(
       parser, normalize_line_endings(std::string(reinterpret_cast<const char*>(data), size)));
-  cli::UniqueFqns unique_fqn;
   const engines::markdown::IndexerRules rules{
-      .unique_fqn = std::ref(unique_fqn),
-      .cap_docstring = cli::cap_docstring,
+      .unique_fqn = {},
+      .cap_docstring = {},
       .debug_log = [](std::string_view, std::string_view message) {
         fuzz::require(fuzz::is_valid_utf8(message), "debug lines are UTF-8");
       }};

@@ -6,9 +6,11 @@
 
 #include "engines/markdown/front_matter.hpp"
 #include "engines/markdown/toml.hpp"
-#include "engines/markdown/utf8.hpp"
 #include "engines/markdown/yaml.hpp"
 #include "invariants.hpp"
+#include "text/utf8.hpp"
+
+using namespace tarnwick::text;
 
 using namespace tarnwick;
 using namespace tarnwick::engines::markdown::detail;

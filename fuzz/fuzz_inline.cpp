@@ -5,9 +5,11 @@
 
 #include "engines/markdown/inline_text.hpp"
 #include "engines/markdown/links.hpp"
-#include "engines/markdown/utf8.hpp"
-#include "engines/markdown/white_space.hpp"
 #include "invariants.hpp"
+#include "text/utf8.hpp"
+#include "text/white_space.hpp"
+
+using namespace tarnwick::text;
 
 using namespace tarnwick;
 using namespace tarnwick::engines::markdown::detail;

@@ -3,12 +3,11 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "engines/markdown/utf8.hpp"
+#include "text/utf8.hpp"
+
+using namespace tarnwick::text;
 
 namespace tarnwick::fuzz {
-
-using engines::markdown::detail::code_point_count;
-using engines::markdown::detail::decode_utf8;
 
 void require(bool condition, std::string_view what) {
   if (condition) return;

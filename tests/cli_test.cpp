@@ -1,5 +1,5 @@
-// The command line's side of indexing: which files, in which order, under which prefix, the
-// indexer's default rules, and what happens to a file that cannot be read.
+// The command line's side of indexing: which files, in which order, under which prefix, and
+// what happens to a file that cannot be read.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -9,7 +9,6 @@
 #include "cli/files.hpp"
 #include "cli/index.hpp"
 #include "cli/records.hpp"
-#include "cli/rules.hpp"
 
 namespace tarnwick::cli {
 namespace {
@@ -64,34 +63,6 @@ TEST_F(TempTree, TakesFileArgumentsByBaseNameInTheOrderGiven) {
             (std::vector<std::string>{"b.md b", "a.txt a"}));
   const auto selection = select_files({(root_ / "docs/b.md").string()}, "Custom");
   EXPECT_EQ(selection.files.at(0).prefix, "Custom");
-}
-
-TEST(Prefix, DropsTheFinalExtensionAndDotsTheFolders) {
-  EXPECT_EQ(prefix_of("docs/setup.md"), "docs.setup");
-  EXPECT_EQ(prefix_of("README.md"), "README");
-  EXPECT_EQ(prefix_of("v1.2/notes.en.md"), "v1.2.notes.en");
-  EXPECT_EQ(prefix_of("dir.d/README"), "dir.d.README");
-}
-
-TEST(UniqueFqns, NumbersRepeatsWithTheSmallestFreeNumber) {
-  UniqueFqns unique;
-  EXPECT_EQ(unique("Usage"), "Usage");
-  EXPECT_EQ(unique("Usage"), "Usage#2");
-  EXPECT_EQ(unique("Usage#2"), "Usage#2#2");
-  EXPECT_EQ(unique("A#3"), "A#3");
-  EXPECT_EQ(unique("A"), "A");
-  EXPECT_EQ(unique("A"), "A#2");
-  EXPECT_EQ(unique("A"), "A#4");  // A#3 was returned already
-}
-
-TEST(CapDocstring, CutsPastAThousandCodePoints) {
-  EXPECT_EQ(cap_docstring(std::string(1000, 'x')), std::string(1000, 'x'));
-  EXPECT_EQ(cap_docstring(std::string(1001, 'x')), std::string(997, 'x') + "...");
-  std::string wide;
-  for (int i = 0; i < 1001; ++i) wide += "\xC3\xA9";
-  EXPECT_EQ(cap_docstring(wide), wide.substr(0, 997 * 2) + "...");
-  EXPECT_EQ(shortened("abcdef", 6), "abcdef");  // a text that fits is never cut
-  EXPECT_EQ(shortened("abcdefg", 6), "abc...");
 }
 
 TEST_F(TempTree, IndexesEveryReadableFileAndReportsTheOthers) {

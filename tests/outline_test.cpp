@@ -190,7 +190,7 @@ TEST(Outline, ReadsOnlyTopLevelHeadings) {
 
 TEST(Outline, CallsTheRulesOnlyForNamedHeadings) {
   int fqn_calls = 0, docstring_calls = 0;
-  const MarkdownParser parser;
+  MarkdownParser parser;
   const Document document(parser, "## A\n\n##\ntext\n## B\n- list\n");
   const engines::markdown::IndexerRules rules{
       .unique_fqn = [&](const std::string& c) { return ++fqn_calls, c; },
@@ -221,7 +221,7 @@ TEST(Outline, ReadsTheFirstFourThousandCodePointsOfALongParagraph) {
       // The cut splits the 4001st code point, which is dropped anyway.
       {repeated("\xF0\x9F\x98\x80", 5000, "a"), repeated("\xF0\x9F\x98\x80", 3999, "a")},
   };
-  const MarkdownParser parser;
+  MarkdownParser parser;
   const engines::markdown::IndexerRules rules{
       .unique_fqn = [](const std::string& c) { return c; },
       .cap_docstring = [](const std::string& t) { return t; },

@@ -7,8 +7,10 @@
 
 #include "engines/markdown/inline_text.hpp"
 #include "engines/markdown/outline.hpp"
-#include "engines/markdown/utf8.hpp"
-#include "engines/markdown/white_space.hpp"
+#include "text/utf8.hpp"
+#include "text/white_space.hpp"
+
+using namespace tarnwick::text;
 
 namespace tarnwick::engines::markdown::detail {
 namespace {

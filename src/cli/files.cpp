@@ -9,6 +9,8 @@
 #include <cstring>
 #include <system_error>
 
+#include "tarnwick/markdown.hpp"
+
 namespace tarnwick::cli {
 
 namespace fs = std::filesystem;
@@ -57,22 +59,13 @@ void walk(const fs::path& directory, Selection& selection, std::vector<SourceFil
     }
     if (fs::is_regular_file(status) && is_markdown(it->path().filename().string())) {
       const std::string path = it->path().lexically_relative(directory).generic_string();
-      found.push_back({it->path(), path, prefix_of(path)});
+      found.push_back({it->path(), path, fqn_prefix(path)});
     }
   }
   if (error) selection.errors.push_back({directory.string(), error.message()});
 }
 
 }  // namespace
-
-std::string prefix_of(const std::string& path) {
-  std::string prefix = path;
-  const auto slash = prefix.rfind('/');
-  const auto dot = prefix.rfind('.');
-  if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) prefix.erase(dot);
-  std::replace(prefix.begin(), prefix.end(), '/', '.');
-  return prefix;
-}
 
 Selection select_files(const std::vector<std::string>& arguments,
                        const std::optional<std::string>& prefix) {
@@ -94,7 +87,7 @@ Selection select_files(const std::vector<std::string>& arguments,
       std::move(found.begin(), found.end(), std::back_inserter(selection.files));
     } else {
       const std::string path = location.filename().string();
-      selection.files.push_back({location, path, prefix.value_or(prefix_of(path))});
+      selection.files.push_back({location, path, prefix.value_or(fqn_prefix(path))});
     }
   }
   return selection;

@@ -34,7 +34,4 @@ Selection select_files(const std::vector<std::string>& arguments,
 // The bytes of a file, or none with `reason` set to why it could not be read.
 std::optional<std::string> read_file(const std::filesystem::path& location, std::string& reason);
 
-// The prefix of a path: its final extension removed, "/" replaced by ".".
-std::string prefix_of(const std::string& path);
-
 }  // namespace tarnwick::cli

@@ -1,13 +1,16 @@
 // `tarnwick-md index`: every Markdown file of the arguments as JSON Lines records.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <iosfwd>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "cli/files.hpp"
-#include "tarnwick/tree.hpp"
+#include "tarnwick/markdown.hpp"
 
 namespace tarnwick::cli {
 
@@ -15,36 +18,26 @@ struct IndexOptions {
   std::vector<std::string> paths;
   std::optional<std::string> prefix;
   bool verbose = false;
-  unsigned jobs = 1;  // files indexed at once, each on its own thread with its own parser
+  unsigned jobs = 1;  // files indexed at once, each on its own thread
 };
 
-// What the engine found in one file, or why the file could not be read.
+// One file read and indexed: what the engine found, or why the file could not be read.
 struct Extracted {
+  std::int64_t file_id = 0;
   std::size_t bytes = 0;  // the size of the file read
-  std::vector<Symbol> symbols;
-  std::vector<engines::references::ReferenceInfo> references;
+  IndexedDocument found;
   std::vector<std::string> debug_lines;
   std::optional<ReadError> error;
 };
 
-// Runs both engine calls on a parsed document with the indexer's default rules.
-Extracted extract_document(const Document& document, const std::string& prefix,
-                           std::int64_t file_id, bool verbose);
+// Reads a file and runs the engine on it with the indexer's default rules. Never throws: a
+// failure becomes the file's error.
+Extracted extract_file(const SourceFile& file, std::int64_t file_id, bool verbose);
 
-// Reads, parses and extracts a file as extract_document does.
-Extracted extract_file(const SourceFile& file, std::int64_t file_id, const MarkdownParser& parser,
-                       bool verbose);
-
-// What indexing one file gave: its records, the engine's debug lines, or why it failed.
-struct FileOutput {
-  std::size_t bytes = 0;  // the size of the file read
-  std::string records;
-  std::vector<std::string> debug_lines;
-  std::optional<ReadError> error;
-};
-
-FileOutput index_file(const SourceFile& file, std::int64_t file_id, const MarkdownParser& parser,
-                      bool verbose);
+// Extracts the files on `jobs` threads and hands each result to `emit` in file order, on the
+// calling thread; `file_id` is the file's 1-based position.
+void extract_in_order(const std::vector<SourceFile>& files, unsigned jobs, bool verbose,
+                      const std::function<void(const SourceFile&, const Extracted&)>& emit);
 
 // Writes the records to `out` and problems to `err`; returns the exit status.
 int run_index(const IndexOptions& options, std::ostream& out, std::ostream& err);

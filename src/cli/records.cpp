@@ -6,13 +6,13 @@
 #include <optional>
 #include <string_view>
 
-#include "engines/markdown/utf8.hpp"
+#include "text/utf8.hpp"
 
 namespace tarnwick::cli {
 
 namespace {
 
-namespace utf8 = engines::markdown::detail;
+namespace utf8 = tarnwick::text;
 
 bool needs_escape(unsigned char byte) {
   return byte < 0x20 || byte == '"' || byte == '\\';
@@ -162,6 +162,14 @@ void append_reference_record(std::string& out, const std::string& path, std::int
   record.text("kind", engines::references::to_string(reference.kind));
   record.number("line", reference.line);
   record.text_or_null("source_fqn", reference.source_fqn);
+}
+
+void append_records(std::string& out, const std::string& path, std::int64_t file_id,
+                    const IndexedDocument& document) {
+  for (const auto& symbol : document.symbols) append_symbol_record(out, path, symbol);
+  for (const auto& reference : document.references) {
+    append_reference_record(out, path, file_id, reference);
+  }
 }
 
 }  // namespace tarnwick::cli

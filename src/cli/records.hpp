@@ -3,8 +3,7 @@
 
 #include <string>
 
-#include "tarnwick/engines/references.hpp"
-#include "tarnwick/models.hpp"
+#include "tarnwick/markdown.hpp"
 
 namespace tarnwick::cli {
 
@@ -12,5 +11,8 @@ namespace tarnwick::cli {
 void append_symbol_record(std::string& out, const std::string& path, const Symbol& symbol);
 void append_reference_record(std::string& out, const std::string& path, std::int64_t file_id,
                              const engines::references::ReferenceInfo& reference);
+// Appends the records of one file: its symbols, then its references.
+void append_records(std::string& out, const std::string& path, std::int64_t file_id,
+                    const IndexedDocument& document);
 
 }  // namespace tarnwick::cli

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "cli/index.hpp"
-#include "cli/rules.hpp"
+#include "text/utf8.hpp"
 
 namespace tarnwick::cli {
 
@@ -25,7 +25,7 @@ std::optional<Extracted> extract_one(const std::string& path, std::ostream& err)
     if (selection.errors.empty()) err << "tarnwick-md: " << path << " is not a single file\n";
     return std::nullopt;
   }
-  Extracted found = extract_file(selection.files[0], 1, MarkdownParser(), false);
+  Extracted found = extract_file(selection.files[0], 1, false);
   if (found.error) {
     err << "tarnwick-md: cannot read " << found.error->what << ": " << found.error->reason << "\n";
     return std::nullopt;
@@ -40,11 +40,11 @@ int run_outline(const std::string& path, std::ostream& out, std::ostream& err) {
   if (!found) return 1;
   // Sections nest by their line ranges: a section lies within each section that holds it.
   std::vector<const Symbol*> holders;
-  for (const Symbol& section : found->symbols) {
+  for (const Symbol& section : found->found.symbols) {
     while (!holders.empty() && holders.back()->end_line < section.end_line) holders.pop_back();
     out << fmt::format("{:{}}{}  [{}-{}]", "", 2 * holders.size(), section.name, section.start_line,
                        section.end_line);
-    if (section.docstring) out << "  " << shortened(*section.docstring, DOCSTRING_WIDTH);
+    if (section.docstring) out << "  " << text::shortened(*section.docstring, DOCSTRING_WIDTH);
     out << "\n";
     holders.push_back(&section);
   }
@@ -56,12 +56,12 @@ int run_links(const std::string& path, std::ostream& out, std::ostream& err) {
   if (!found) return 1;
   std::vector<std::string> targets;
   std::size_t width = 0;
-  for (const auto& reference : found->references) {
+  for (const auto& reference : found->found.references) {
     targets.push_back(reference.name + (reference.qualifier ? "#" + *reference.qualifier : ""));
     width = std::max(width, targets.back().size());
   }
   for (std::size_t i = 0; i < targets.size(); ++i) {
-    const auto& reference = found->references[i];
+    const auto& reference = found->found.references[i];
     out << fmt::format("{:>5}  {:<9}  {:<{}}  {}\n", reference.line,
                        engines::references::to_string(reference.kind), targets[i], width,
                        reference.source_fqn.value_or("-"));

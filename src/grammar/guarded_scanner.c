@@ -15,8 +15,16 @@
  * tokens is wanted the scan cannot succeed, and it is skipped. Nothing is lost by skipping:
  * the runtime restores the scanner's state before every scan, so a failed scan leaves no trace.
  */
-#define tree_sitter_markdown_external_scanner_scan scan_unguarded
-#define tree_sitter_markdown_external_scanner_serialize serialize_unbounded
+/* Every function takes a name of the library's own, as the grammar's parser.c does in the
+ * build, so that a host's own copy of the grammar neither replaces ours nor is replaced by it. */
+#define tree_sitter_markdown_external_scanner_create \
+  tarnwick_tree_sitter_markdown_external_scanner_create
+#define tree_sitter_markdown_external_scanner_destroy \
+  tarnwick_tree_sitter_markdown_external_scanner_destroy
+#define tree_sitter_markdown_external_scanner_deserialize \
+  tarnwick_tree_sitter_markdown_external_scanner_deserialize
+#define tree_sitter_markdown_external_scanner_scan tarnwick_markdown_scan_unguarded
+#define tree_sitter_markdown_external_scanner_serialize tarnwick_markdown_serialize_unbounded
 #include "scanner.c"
 #undef tree_sitter_markdown_external_scanner_scan
 #undef tree_sitter_markdown_external_scanner_serialize
@@ -24,13 +32,13 @@
 /* The bytes that the scanner writes before its stack of blocks. */
 enum { SCANNER_HEADER_SIZE = 5 };
 
-unsigned tree_sitter_markdown_external_scanner_serialize(void *payload, char *buffer) {
+unsigned tarnwick_tree_sitter_markdown_external_scanner_serialize(void *payload, char *buffer) {
   Scanner *scanner = (Scanner *)payload;
   const size_t fitting =
       (TREE_SITTER_SERIALIZATION_BUFFER_SIZE - SCANNER_HEADER_SIZE) / sizeof(Block);
   const size_t open = scanner->open_blocks.size;
   if (open > fitting) scanner->open_blocks.size = fitting;
-  const unsigned length = serialize_unbounded(payload, buffer);
+  const unsigned length = tarnwick_markdown_serialize_unbounded(payload, buffer);
   scanner->open_blocks.size = open;
   return length;
 }
@@ -60,8 +68,8 @@ static bool fails_on_delimiter_run(const Scanner *s, TSLexer *lexer, const bool 
   }
 }
 
-bool tree_sitter_markdown_external_scanner_scan(void *payload, TSLexer *lexer,
-                                                const bool *valid_symbols) {
+bool tarnwick_tree_sitter_markdown_external_scanner_scan(void *payload, TSLexer *lexer,
+                                                         const bool *valid_symbols) {
   if (fails_on_delimiter_run((const Scanner *)payload, lexer, valid_symbols)) return false;
-  return scan_unguarded(payload, lexer, valid_symbols);
+  return tarnwick_markdown_scan_unguarded(payload, lexer, valid_symbols);
 }

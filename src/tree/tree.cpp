@@ -1,21 +1,35 @@
 #include "tarnwick/tree.hpp"
 
+#include <cstdint>
+#include <limits>
 #include <stdexcept>
 
 namespace tarnwick {
 
+namespace {
+
+// tree-sitter addresses text with 32-bit offsets.
+void require_addressable(std::string_view text) {
+  if (text.size() >= std::numeric_limits<std::uint32_t>::max()) {
+    throw std::length_error("a Markdown document of 4 GiB or more cannot be parsed");
+  }
+}
+
+}  // namespace
+
 MarkdownParser::MarkdownParser() : parser_(ts_parser_new(), ts_parser_delete) {
-  if (!ts_parser_set_language(parser_.get(), tree_sitter_markdown())) {
+  if (!ts_parser_set_language(parser_.get(), tarnwick_tree_sitter_markdown())) {
     throw std::runtime_error("the Markdown grammar does not fit this tree-sitter runtime");
   }
 }
 
-TSTree* MarkdownParser::parse(std::string_view text) const {
+TSTree* MarkdownParser::parse(std::string_view text) {
+  require_addressable(text);
   return ts_parser_parse_string(parser_.get(), nullptr, text.data(),
                                 static_cast<std::uint32_t>(text.size()));
 }
 
-Document::Document(const MarkdownParser& parser, std::string text)
+Document::Document(MarkdownParser& parser, std::string text)
     : text_(std::move(text)), tree_(parser.parse(text_), ts_tree_delete) {}
 
 engines::markdown::Node Document::root() const {

@@ -11,8 +11,10 @@
 #include "engines/markdown/inline_text.hpp"
 #include "engines/markdown/node.hpp"
 #include "engines/markdown/toml.hpp"
-#include "engines/markdown/utf8.hpp"
 #include "engines/markdown/yaml.hpp"
+#include "text/utf8.hpp"
+
+using namespace tarnwick::text;
 
 namespace tarnwick::engines::markdown::detail {
 

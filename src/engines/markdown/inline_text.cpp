@@ -2,9 +2,11 @@
 
 #include <array>
 
-#include "engines/markdown/utf8.hpp"
-#include "engines/markdown/white_space.hpp"
 #include "tarnwick/engines/markdown.hpp"
+#include "text/utf8.hpp"
+#include "text/white_space.hpp"
+
+using namespace tarnwick::text;
 
 namespace tarnwick::engines::markdown::detail {
 
@@ -18,16 +20,19 @@ std::string join(std::initializer_list<std::string_view> pieces) {
   return out;
 }
 
-const Regex IMAGE{join({R"re((?<!\\)!\[([^\]]*)\])re", DESTINATION})};
-const Regex LINK{join({R"re((?<![\\!])\[([^\]]*)\](?:)re", DESTINATION, R"re(|\[[^\]]*\]))re"})};
-const Regex AUTOLINK{R"re(<((?:https?|ftp|mailto):[^\s<>]*)>)re"};
-const Regex HTML{R"re(<!--.*?-->|</?[A-Za-z][A-Za-z0-9-]*(?:\s[^<>]*)?/?>)re", Regex::DOTALL};
-const std::array<Regex, 3> EMPHASES{
-    Regex{R"re((?<![\\*])(\*{1,3})(?=[^\s*])(.+?)(?<=[^\s\\*])\1(?!\*))re", Regex::DOTALL},
-    Regex{R"re((?<![\\\w])(_{1,3})(?=[^\s_])(.+?)(?<=[^\s\\_])\1(?!\w))re", Regex::DOTALL},
-    Regex{R"re((?<!\\)(~~)(?=\S)(.+?)(?<=\S)\1)re", Regex::DOTALL},
-};
-const Regex ESCAPE{R"re(\\([!-/:-@\[-`{-~\n]))re"};
+constinit const Regex IMAGE{[] { return join({R"re((?<!\\)!\[([^\]]*)\])re", DESTINATION}); }};
+constinit const Regex LINK{[] {
+  return join({R"re((?<![\\!])\[([^\]]*)\](?:)re", DESTINATION, R"re(|\[[^\]]*\]))re"});
+}};
+constinit const Regex AUTOLINK{R"re(<((?:https?|ftp|mailto):[^\s<>]*)>)re"};
+constinit const Regex HTML{R"re(<!--.*?-->|</?[A-Za-z][A-Za-z0-9-]*(?:\s[^<>]*)?/?>)re",
+                           Regex::DOTALL};
+constinit const Regex STAR_EMPHASIS{
+    R"re((?<![\\*])(\*{1,3})(?=[^\s*])(.+?)(?<=[^\s\\*])\1(?!\*))re", Regex::DOTALL};
+constinit const Regex UNDERSCORE_EMPHASIS{
+    R"re((?<![\\\w])(_{1,3})(?=[^\s_])(.+?)(?<=[^\s\\_])\1(?!\w))re", Regex::DOTALL};
+constinit const Regex STRIKETHROUGH{R"re((?<!\\)(~~)(?=\S)(.+?)(?<=\S)\1)re", Regex::DOTALL};
+constinit const Regex ESCAPE{R"re(\\([!-/:-@\[-`{-~\n]))re"};
 
 constexpr int DELETE = -1;
 
@@ -40,14 +45,15 @@ struct Unmarking {
 };
 
 // In order: images before links, so that an image's "!" goes with it.
-const Unmarking UNMARKINGS[] = {
-    {&IMAGE, '!', 1},       {&LINK, '[', 1},        {&AUTOLINK, '<', 1},    {&HTML, '<', DELETE},
-    {&EMPHASES[0], '*', 2}, {&EMPHASES[1], '_', 2}, {&EMPHASES[2], '~', 2}, {&ESCAPE, '\\', 1},
+constexpr Unmarking UNMARKINGS[] = {
+    {&IMAGE, '!', 1},         {&LINK, '[', 1},          {&AUTOLINK, '<', 1},
+    {&HTML, '<', DELETE},     {&STAR_EMPHASIS, '*', 2}, {&UNDERSCORE_EMPHASIS, '_', 2},
+    {&STRIKETHROUGH, '~', 2}, {&ESCAPE, '\\', 1},
 };
 
 }  // namespace
 
-const Regex CODE_SPAN{R"re((?<![\\`])(`+)(?!`)(.+?)(?<!`)\1(?!`))re", Regex::DOTALL};
+constinit const Regex CODE_SPAN{R"re((?<![\\`])(`+)(?!`)(.+?)(?<!`)\1(?!`))re", Regex::DOTALL};
 
 std::string unmarked(std::string_view text) {
   std::string result(text);

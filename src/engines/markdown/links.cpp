@@ -7,8 +7,10 @@
 #include <unordered_map>
 
 #include "engines/markdown/regex.hpp"
-#include "engines/markdown/utf8.hpp"
-#include "engines/markdown/white_space.hpp"
+#include "text/utf8.hpp"
+#include "text/white_space.hpp"
+
+using namespace tarnwick::text;
 
 namespace tarnwick::engines::markdown {
 
@@ -19,22 +21,16 @@ using references::RefKind;
 
 namespace detail {
 
-const NodeTypes INLINE_NODES = {"pipe_table_cell", "inline"};
-const NodeTypes LINK_CONTAINERS = {
-    "document",     "ERROR",      "section",           "block_quote",
-    "list",         "list_item",  "paragraph",         ATX_HEADING,
-    SETEXT_HEADING, "pipe_table", "pipe_table_header", "pipe_table_row",
-};
-
 namespace {
 
-const Regex EXTERNAL{R"re(^(?:[A-Za-z][A-Za-z0-9+.-]*:|//))re"};
+constinit const Regex EXTERNAL{R"re(^(?:[A-Za-z][A-Za-z0-9+.-]*:|//))re"};
 // [text](destination "title"): the text, the destination (group 1), then an optional title.
-const Regex INLINE_LINK{R"re((?<![\\!])\[(?:[^\[\]\\]|\\.|\[[^\[\]]*\])*\])re"
-                        R"re(\(\s*(<[^<>\n]*>|[^\s()<>]*(?:\([^\s()]*\)[^\s()<>]*)*))re"
-                        R"re((?:\s+(?:"[^"]*"|'[^']*'|\([^()]*\)))?\s*\))re"};
+constinit const Regex INLINE_LINK{R"re((?<![\\!])\[(?:[^\[\]\\]|\\.|\[[^\[\]]*\])*\])re"
+                                  R"re(\(\s*(<[^<>\n]*>|[^\s()<>]*(?:\([^\s()]*\)[^\s()<>]*)*))re"
+                                  R"re((?:\s+(?:"[^"]*"|'[^']*'|\([^()]*\)))?\s*\))re"};
 // [[page#anchor|label]]: the page is group 1, the anchor group 2.
-const Regex WIKI_LINK{R"re((?<!!)\[\[([^\[\]|#\n]*)(?:#([^\[\]|\n]*))?(?:\|[^\[\]\n]*)?\]\])re"};
+constinit const Regex WIKI_LINK{
+    R"re((?<!!)\[\[([^\[\]|#\n]*)(?:#([^\[\]|\n]*))?(?:\|[^\[\]\n]*)?\]\])re"};
 
 // A maximal run of backticks.
 struct Run {

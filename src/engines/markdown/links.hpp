@@ -16,10 +16,12 @@
 namespace tarnwick::engines::markdown::detail {
 
 // Nodes whose text is inline Markdown to scan for links.
-extern const NodeTypes INLINE_NODES;
+inline constexpr auto INLINE_NODES = node_types("pipe_table_cell", "inline");
 // Nodes the link walk enters: the block walk's CONTAINERS and the blocks that hold inline
 // text or table cells.
-extern const NodeTypes LINK_CONTAINERS;
+inline constexpr auto LINK_CONTAINERS =
+    node_types("document", "ERROR", "section", "block_quote", "list", "list_item", "paragraph",
+               ATX_HEADING, SETEXT_HEADING, "pipe_table", "pipe_table_header", "pipe_table_row");
 inline constexpr std::string_view REFERENCE_DEFINITION = "link_reference_definition";
 inline constexpr std::string_view DESTINATION_NODE = "link_destination";
 

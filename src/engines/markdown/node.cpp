@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
-#include "engines/markdown/utf8.hpp"
+#include "text/utf8.hpp"
+
+using namespace tarnwick::text;
 
 namespace tarnwick::engines::markdown::detail {
-
-const NodeTypes CONTAINERS = {"document", "ERROR", "section"};
 
 std::string_view type(Node node) {
   return ts_node_type(node.node);

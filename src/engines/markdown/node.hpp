@@ -1,12 +1,14 @@
 // Reading the block tree: node operations, the flat block list, and node text.
 #pragma once
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_set>
 #include <vector>
 
 #include "tarnwick/engines/markdown.hpp"
@@ -14,8 +16,24 @@
 namespace tarnwick::engines::markdown::detail {
 
 // Node types the walks enter instead of yielding.
-using NodeTypes = std::unordered_set<std::string_view>;
-extern const NodeTypes CONTAINERS;
+// A few node types, compared in order: a constant that needs no initialisation at run time.
+template <std::size_t N>
+struct NodeTypes {
+  std::array<std::string_view, N> names;
+
+  constexpr bool contains(std::string_view type) const {
+    return std::find(names.begin(), names.end(), type) != names.end();
+  }
+  constexpr auto begin() const { return names.begin(); }
+  constexpr auto end() const { return names.end(); }
+};
+
+template <typename... Names>
+constexpr NodeTypes<sizeof...(Names)> node_types(Names... names) {
+  return {{std::string_view(names)...}};
+}
+
+inline constexpr auto CONTAINERS = node_types("document", "ERROR", "section");
 
 inline constexpr std::string_view ATX_HEADING = "atx_heading";
 inline constexpr std::string_view SETEXT_HEADING = "setext_heading";

@@ -4,27 +4,24 @@
 
 #include "engines/markdown/inline_text.hpp"
 #include "engines/markdown/node.hpp"
-#include "engines/markdown/utf8.hpp"
-#include "engines/markdown/white_space.hpp"
+#include "tarnwick/rules.hpp"
+#include "text/utf8.hpp"
+#include "text/white_space.hpp"
+
+using namespace tarnwick::text;
 
 namespace tarnwick::engines::markdown {
 
 namespace detail {
 
-const std::unordered_map<std::string_view, int> LEVEL_MARKERS = {
-    {"atx_h1_marker", 1},       {"atx_h2_marker", 2},       {"atx_h3_marker", 3},
-    {"atx_h4_marker", 4},       {"atx_h5_marker", 5},       {"atx_h6_marker", 6},
-    {"setext_h1_underline", 1}, {"setext_h2_underline", 2},
-};
-
-const Regex CLOSING_SEQUENCE{R"re((?:^|[ \t]+)#+[ \t]*$)re"};
+constinit const Regex CLOSING_SEQUENCE{R"re((?:^|[ \t]+)#+[ \t]*$)re"};
 
 namespace {
 
 int level_of(std::span<const Node> parts) {
   for (const Node part : parts) {
-    if (const auto found = LEVEL_MARKERS.find(type(part)); found != LEVEL_MARKERS.end()) {
-      return found->second;
+    for (const auto& [marker, level] : LEVEL_MARKERS) {
+      if (type(part) == marker) return level;
     }
   }
   return 1;
@@ -165,6 +162,15 @@ std::vector<Symbol> extract_sections(Node root, std::string_view source, std::st
   const std::vector<std::string_view> lines = split_lines(source);
   const std::vector<std::int64_t> ends = section_ends(headings, lines);
 
+  // The rules the indexer left empty are its defaults.
+  UniqueFqns default_unique_fqn;
+  const auto unique_fqn = [&](const std::string& candidate) {
+    return rules.unique_fqn ? rules.unique_fqn(candidate) : default_unique_fqn(candidate);
+  };
+  const auto shortened_docstring = [&](const std::string& text) {
+    return rules.cap_docstring ? rules.cap_docstring(text) : cap_docstring(text);
+  };
+
   std::vector<Symbol> symbols;
   std::vector<Holder> holders;
   for (std::size_t i = 0; i < headings.size(); ++i) {
@@ -175,10 +181,10 @@ std::vector<Symbol> extract_sections(Node root, std::string_view source, std::st
     std::vector<std::string> path =
         holders.empty() ? std::vector<std::string>{} : holders.back().path;
     path.push_back(h.name);
-    std::string fqn = rules.unique_fqn(parent_fqn + "." + h.name);
+    std::string fqn = unique_fqn(parent_fqn + "." + h.name);
     std::string signature = heading_path(path);
     std::optional<std::string> docstring;
-    if (h.summary && !h.summary->empty()) docstring = rules.cap_docstring(*h.summary);
+    if (h.summary && !h.summary->empty()) docstring = shortened_docstring(*h.summary);
     holders.push_back({h.level, fqn, std::move(path)});
     symbols.push_back(Symbol{.id = std::nullopt,
                              .file_id = file_id,

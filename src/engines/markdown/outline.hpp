@@ -26,7 +26,11 @@ struct Heading {
   bool operator==(const Heading&) const = default;
 };
 
-extern const std::unordered_map<std::string_view, int> LEVEL_MARKERS;
+inline constexpr std::pair<std::string_view, int> LEVEL_MARKERS[] = {
+    {"atx_h1_marker", 1},       {"atx_h2_marker", 2},       {"atx_h3_marker", 3},
+    {"atx_h4_marker", 4},       {"atx_h5_marker", 5},       {"atx_h6_marker", 6},
+    {"setext_h1_underline", 1}, {"setext_h2_underline", 2},
+};
 extern const Regex CLOSING_SEQUENCE;
 
 // Reads a heading block; `following` is the block after it.

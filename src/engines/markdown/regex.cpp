@@ -6,7 +6,9 @@
 #include <memory>
 #include <stdexcept>
 
-#include "engines/markdown/white_space.hpp"
+#include "text/white_space.hpp"
+
+using namespace tarnwick::text;
 
 namespace tarnwick::engines::markdown::detail {
 
@@ -15,14 +17,19 @@ namespace {
 // Letters, characters with a numeric value, and the underscore.
 constexpr std::string_view WORD_CLASS = "\\p{L}\\p{N}_";
 
-// Scratch space of one thread: match data and a JIT stack large enough for long paragraphs.
+// PCRE2's JIT code runs on a stack of its own: 32 KiB by default, which is all that almost every
+// match needs. A match that needs more (long paragraphs of nested brackets) is run again on a
+// larger stack of its thread, doubled each time up to MAX_JIT_STACK; only a thread that meets
+// such text reserves the space.
+constexpr std::size_t FIRST_JIT_STACK = 1024 * 1024;
+constexpr std::size_t MAX_JIT_STACK = 512 * 1024 * 1024;
+
+// Scratch space of one thread: match data, and the JIT stack once a match has needed one.
 struct Scratch {
   Scratch()
       : data(pcre2_match_data_create(Match::MAX_GROUPS, nullptr)),
-        stack(pcre2_jit_stack_create(64 * 1024, 512 * 1024 * 1024, nullptr)),
         context(pcre2_match_context_create(nullptr)) {
-    if (!data || !stack || !context) throw std::bad_alloc();
-    pcre2_jit_stack_assign(context, nullptr, stack);
+    if (!data || !context) throw std::bad_alloc();
     pcre2_set_match_limit(context, UINT32_MAX);
     pcre2_set_depth_limit(context, UINT32_MAX);
     pcre2_set_heap_limit(context, UINT32_MAX);
@@ -32,9 +39,26 @@ struct Scratch {
     pcre2_jit_stack_free(stack);
     pcre2_match_data_free(data);
   }
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+
+  // Replaces the JIT stack by one twice as large; false when it has reached MAX_JIT_STACK.
+  bool grow_stack() {
+    const std::size_t size = stack_size == 0 ? FIRST_JIT_STACK : 2 * stack_size;
+    if (size > MAX_JIT_STACK) return false;
+    pcre2_jit_stack* larger = pcre2_jit_stack_create(32 * 1024, size, nullptr);
+    if (!larger) throw std::bad_alloc();
+    pcre2_jit_stack_free(stack);
+    stack = larger;
+    stack_size = size;
+    pcre2_jit_stack_assign(context, nullptr, stack);
+    return true;
+  }
+
   pcre2_match_data* data;
-  pcre2_jit_stack* stack;
   pcre2_match_context* context;
+  pcre2_jit_stack* stack = nullptr;  // none until a match needs more than the default
+  std::size_t stack_size = 0;
 };
 
 Scratch& scratch() {
@@ -50,13 +74,14 @@ std::string_view Match::group(std::string_view subject, int group) const {
 }
 
 std::string spell_out_classes(std::string_view pattern) {
+  static const std::string white_space = text::white_space_class();
   std::string out;
   bool in_class = false;
   for (std::size_t i = 0; i < pattern.size(); ++i) {
     const char c = pattern[i];
     if (c == '\\' && i + 1 < pattern.size()) {
       const char escaped = pattern[++i];
-      const auto body = escaped == 'w' ? WORD_CLASS : WHITE_SPACE_CLASS;
+      const std::string_view body = escaped == 'w' ? WORD_CLASS : white_space;
       if (escaped == 's' || escaped == 'w' || (escaped == 'S' && !in_class)) {
         if (!in_class) out.append(escaped == 'S' ? "[^" : "[");
         out.append(body);
@@ -83,23 +108,26 @@ std::string spell_out_classes(std::string_view pattern) {
   return out;
 }
 
-Regex::Regex(std::string_view pattern, Options options) {
-  const std::string spelled = spell_out_classes(pattern);
-  std::uint32_t flags = PCRE2_UTF | PCRE2_NO_UTF_CHECK;
-  if (options & DOTALL) flags |= PCRE2_DOTALL;
-  std::unique_ptr<pcre2_compile_context, void (*)(pcre2_compile_context*)> context(
-      pcre2_compile_context_create(nullptr), pcre2_compile_context_free);
-  pcre2_set_newline(context.get(), PCRE2_NEWLINE_LF);
-  int error = 0;
-  PCRE2_SIZE offset = 0;
-  code_ = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(spelled.data()), spelled.size(), flags, &error,
-                        &offset, context.get());
-  if (!code_) {
-    PCRE2_UCHAR message[256];
-    pcre2_get_error_message(error, message, sizeof message);
-    throw std::logic_error("bad pattern " + spelled + ": " + reinterpret_cast<char*>(message));
-  }
-  pcre2_jit_compile(code_, PCRE2_JIT_COMPLETE);  // falls back to the interpreter if JIT fails
+const pcre2_real_code_8* Regex::compiled() const {
+  std::call_once(compile_once_, [this] {
+    const std::string spelled = spell_out_classes(build_ ? build_() : std::string(pattern_));
+    std::uint32_t flags = PCRE2_UTF | PCRE2_NO_UTF_CHECK;
+    if (options_ & DOTALL) flags |= PCRE2_DOTALL;
+    std::unique_ptr<pcre2_compile_context, void (*)(pcre2_compile_context*)> context(
+        pcre2_compile_context_create(nullptr), pcre2_compile_context_free);
+    pcre2_set_newline(context.get(), PCRE2_NEWLINE_LF);
+    int error = 0;
+    PCRE2_SIZE offset = 0;
+    code_ = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(spelled.data()), spelled.size(), flags,
+                          &error, &offset, context.get());
+    if (!code_) {
+      PCRE2_UCHAR message[256];
+      pcre2_get_error_message(error, message, sizeof message);
+      throw std::logic_error("bad pattern " + spelled + ": " + reinterpret_cast<char*>(message));
+    }
+    pcre2_jit_compile(code_, PCRE2_JIT_COMPLETE);  // falls back to the interpreter if JIT fails
+  });
+  return code_;
 }
 
 Regex::~Regex() {
@@ -108,8 +136,11 @@ Regex::~Regex() {
 
 std::optional<Match> Regex::search(std::string_view subject, std::size_t start) const {
   Scratch& local = scratch();
-  const int rc = pcre2_match(code_, reinterpret_cast<PCRE2_SPTR>(subject.data()), subject.size(),
-                             start, PCRE2_NO_UTF_CHECK, local.data, local.context);
+  int rc;
+  do {
+    rc = pcre2_match(compiled(), reinterpret_cast<PCRE2_SPTR>(subject.data()), subject.size(),
+                     start, PCRE2_NO_UTF_CHECK, local.data, local.context);
+  } while (rc == PCRE2_ERROR_JIT_STACKLIMIT && local.grow_stack());
   if (rc == PCRE2_ERROR_NOMATCH) return std::nullopt;
   if (rc < 0) {
     PCRE2_UCHAR message[256];

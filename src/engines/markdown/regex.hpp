@@ -5,6 +5,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -30,13 +31,19 @@ class Match {
   std::array<std::size_t, 2 * MAX_GROUPS> offsets_{};
 };
 
-// A compiled pattern. Immutable after construction and safe to use from several threads.
+// A pattern, compiled on its first use: so patterns are constants (constinit), which any
+// static initialiser and any number of threads may use at once. A pattern that does not
+// compile is a programming error, and its first use throws.
 class Regex {
  public:
   enum Options : std::uint32_t { NONE = 0, DOTALL = 1 };
+  // Makes the text of a pattern that is not a literal.
+  using Builder = std::string (*)();
 
-  // Compiles `pattern`; a pattern that does not compile is a programming error and throws.
-  explicit Regex(std::string_view pattern, Options options = NONE);
+  constexpr explicit Regex(std::string_view pattern, Options options = NONE)
+      : pattern_(pattern), options_(options) {}
+  constexpr explicit Regex(Builder build, Options options = NONE)
+      : build_(build), options_(options) {}
   ~Regex();
   Regex(const Regex&) = delete;
   Regex& operator=(const Regex&) = delete;
@@ -47,7 +54,13 @@ class Regex {
   std::optional<Match> search(std::string_view subject, std::size_t start = 0) const;
 
  private:
-  pcre2_real_code_8* code_;
+  const pcre2_real_code_8* compiled() const;
+
+  std::string_view pattern_;
+  Builder build_ = nullptr;
+  Options options_;
+  mutable std::once_flag compile_once_;
+  mutable pcre2_real_code_8* code_ = nullptr;  // owned; set once by compiled()
 };
 
 // Replaces every non-overlapping match, left to right, by the text of `group` (0 for the

@@ -4,14 +4,17 @@
 #include <algorithm>
 #include <optional>
 
-#include "engines/markdown/utf8.hpp"
+#include "text/utf8.hpp"
+
+using namespace tarnwick::text;
 
 namespace tarnwick::engines::markdown::detail {
 
-const Regex TOML_FIELD{std::string(R"re(^\s*()re") + std::string(TITLE) + "|" +
-                       std::string(DESCRIPTION) +
-                       R"re()\s*=\s*("(?:[^"\\]|\\.)*"|'[^']*')\s*(?:#.*)?$)re"};
-const Regex TOML_TABLE{R"re(^\s*\[)re"};
+constinit const Regex TOML_FIELD{[] {
+  return std::string(R"re(^\s*()re") + std::string(TITLE) + "|" + std::string(DESCRIPTION) +
+         R"re()\s*=\s*("(?:[^"\\]|\\.)*"|'[^']*')\s*(?:#.*)?$)re";
+}};
+constinit const Regex TOML_TABLE{R"re(^\s*\[)re"};
 
 namespace {
 

@@ -19,7 +19,9 @@
 #include <vector>
 
 #include "engines/markdown/regex.hpp"
-#include "engines/markdown/white_space.hpp"
+#include "text/white_space.hpp"
+
+using namespace tarnwick::text;
 
 namespace tarnwick::engines::markdown::detail {
 
@@ -196,17 +198,17 @@ std::string without_underscores(std::string_view text) {
 
 // The resolver's patterns, each matched against the whole value ("$" also lets a final line
 // feed through). The empty value, which is null, is tested apart.
-const Regex BOOL_PATTERN{
+constinit const Regex BOOL_PATTERN{
     "^(?:yes|Yes|YES|no|No|NO|true|True|TRUE|false|False|FALSE|on|On|ON|off|Off|OFF)$"};
-const Regex FLOAT_PATTERN{
+constinit const Regex FLOAT_PATTERN{
     R"re(^(?:[-+]?(?:[0-9][0-9_]*)\.[0-9_]*(?:[eE][-+][0-9]+)?|\.[0-9][0-9_]*(?:[eE][-+][0-9]+)?)re"
     R"re(|[-+]?[0-9][0-9_]*(?::[0-5]?[0-9])+\.[0-9_]*|[-+]?\.(?:inf|Inf|INF)|\.(?:nan|NaN|NAN))$)re"};
-const Regex INT_PATTERN{
+constinit const Regex INT_PATTERN{
     R"re(^(?:[-+]?0b[0-1_]+|[-+]?0[0-7_]+|[-+]?(?:0|[1-9][0-9_]*)|[-+]?0x[0-9a-fA-F_]+)re"
     R"re(|[-+]?[1-9][0-9_]*(?::[0-5]?[0-9])+)$)re"};
-const Regex MERGE_PATTERN{"^(?:<<)$"};
-const Regex NULL_PATTERN{"^(?:~|null|Null|NULL)$"};
-const Regex TIMESTAMP_PATTERN{
+constinit const Regex MERGE_PATTERN{"^(?:<<)$"};
+constinit const Regex NULL_PATTERN{"^(?:~|null|Null|NULL)$"};
+constinit const Regex TIMESTAMP_PATTERN{
     R"re(^(?:[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9]|[0-9][0-9][0-9][0-9]-[0-9][0-9]?-[0-9][0-9]?)re"
     R"re((?:[Tt]|[ \t]+)[0-9][0-9]?:[0-9][0-9]:[0-9][0-9](?:\.[0-9]*)?)re"
     R"re((?:[ \t]*(?:Z|[-+][0-9][0-9]?(?::[0-9][0-9])?))?)$)re"};
@@ -230,7 +232,7 @@ enum class Tag {
 
 constexpr std::string_view STANDARD = "tag:yaml.org,2002:";
 
-const std::unordered_map<std::string_view, Tag> STANDARD_TAGS = {
+constexpr std::pair<std::string_view, Tag> STANDARD_TAGS[] = {
     {"str", Tag::STR},       {"int", Tag::INT},   {"float", Tag::FLOAT},
     {"bool", Tag::BOOL},     {"null", Tag::NUL},  {"timestamp", Tag::TIMESTAMP},
     {"binary", Tag::BINARY}, {"seq", Tag::SEQ},   {"map", Tag::MAP},
@@ -239,8 +241,10 @@ const std::unordered_map<std::string_view, Tag> STANDARD_TAGS = {
 
 Tag explicit_tag(std::string_view name) {
   if (!name.starts_with(STANDARD)) return Tag::OTHER;
-  const auto found = STANDARD_TAGS.find(name.substr(STANDARD.size()));
-  return found == STANDARD_TAGS.end() ? Tag::OTHER : found->second;
+  for (const auto& [suffix, tag] : STANDARD_TAGS) {
+    if (name.substr(STANDARD.size()) == suffix) return tag;
+  }
+  return Tag::OTHER;
 }
 
 // A resolver's pattern, and the characters that a value it matches can start with: only the
@@ -251,7 +255,7 @@ struct Resolver {
   std::string_view first_characters;
 };
 
-const Resolver RESOLVERS[] = {
+constexpr Resolver RESOLVERS[] = {
     {&BOOL_PATTERN, Tag::BOOL, "yYnNtTfFoO"}, {&FLOAT_PATTERN, Tag::FLOAT, "-+0123456789."},
     {&INT_PATTERN, Tag::INT, "-+0123456789"}, {&MERGE_PATTERN, Tag::MERGE, "<"},
     {&NULL_PATTERN, Tag::NUL, "~nN"},         {&TIMESTAMP_PATTERN, Tag::TIMESTAMP, "0123456789"},

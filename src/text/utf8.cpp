@@ -1,6 +1,6 @@
-#include "engines/markdown/utf8.hpp"
+#include "text/utf8.hpp"
 
-namespace tarnwick::engines::markdown::detail {
+namespace tarnwick::text {
 
 namespace {
 
@@ -115,4 +115,11 @@ std::string_view first_code_points(std::string_view text, std::size_t count) {
   return text.substr(0, pos);
 }
 
-}  // namespace tarnwick::engines::markdown::detail
+std::string shortened(std::string_view text, std::size_t max_length) {
+  constexpr std::string_view CUT_MARKER = "...";
+  if (code_point_count(text) <= max_length) return std::string(text);
+  return std::string(first_code_points(text, max_length - CUT_MARKER.size())) +
+         std::string(CUT_MARKER);
+}
+
+}  // namespace tarnwick::text

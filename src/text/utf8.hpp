@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace tarnwick::engines::markdown::detail {
+namespace tarnwick::text {
 
 inline constexpr char32_t REPLACEMENT_CHARACTER = 0xFFFD;
 
@@ -41,4 +41,8 @@ std::size_t code_point_count(std::string_view text);
 // The first `count` code points of well-formed UTF-8 (all of it when it has fewer).
 std::string_view first_code_points(std::string_view text, std::size_t count);
 
-}  // namespace tarnwick::engines::markdown::detail
+// Well-formed UTF-8 of more than `max_length` code points cut to fit that length with a final
+// "..."; shorter texts unchanged.
+std::string shortened(std::string_view text, std::size_t max_length);
+
+}  // namespace tarnwick::text

@@ -1,13 +1,20 @@
-#include "engines/markdown/white_space.hpp"
+#include "text/white_space.hpp"
 
-#include "engines/markdown/utf8.hpp"
+#include <fmt/format.h>
 
-namespace tarnwick::engines::markdown::detail {
+#include <cstdint>
 
-bool is_white_space(char32_t c) {
-  if (c < 0x80) return (c >= 0x09 && c <= 0x0D) || (c >= 0x1C && c <= 0x20);
-  return c == 0x85 || c == 0xA0 || c == 0x1680 || (c >= 0x2000 && c <= 0x200A) || c == 0x2028 ||
-         c == 0x2029 || c == 0x202F || c == 0x205F || c == 0x3000;
+#include "text/utf8.hpp"
+
+namespace tarnwick::text {
+
+std::string white_space_class() {
+  std::string body;
+  for (const auto [first, last] : WHITE_SPACE) {
+    body += fmt::format("\\x{{{:x}}}", static_cast<std::uint32_t>(first));
+    if (last != first) body += fmt::format("-\\x{{{:x}}}", static_cast<std::uint32_t>(last));
+  }
+  return body;
 }
 
 namespace {
@@ -56,4 +63,4 @@ std::string collapse_white_space(std::string_view text) {
   return out;
 }
 
-}  // namespace tarnwick::engines::markdown::detail
+}  // namespace tarnwick::text
