@@ -7,10 +7,13 @@
 
 #include "cli/index.hpp"
 #include "cli/views.hpp"
+#include "tarnwick/markdown.hpp"
 
 int main(int argc, char** argv) {
   CLI::App app{"tarnwick-md: index the outline and the file links of Markdown documents."};
   app.require_subcommand(1);
+  app.set_version_flag("-V,--version", "tarnwick-md " TARNWICK_MARKDOWN_VERSION,
+                       "Print the version and exit.");
 
   tarnwick::cli::IndexOptions index;
   auto* index_command = app.add_subcommand(
