@@ -24,8 +24,8 @@ void print(const tarnwick::IndexedDocument& document) {
 std::string nested(const std::string& opening, int depth) {
   std::string text;
   for (int level = 0; level < depth; ++level) {
-    text += std::string(static_cast<std::size_t>(level) * opening.size(), ' ') + opening + "# Level " +
-            std::to_string(level) + " [a](a.md)\n";
+    text += std::string(static_cast<std::size_t>(level) * opening.size(), ' ') + opening +
+            "# Level " + std::to_string(level) + " [a](a.md)\n";
   }
   return text;
 }
