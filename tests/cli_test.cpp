@@ -9,6 +9,7 @@
 #include "cli/files.hpp"
 #include "cli/index.hpp"
 #include "cli/records.hpp"
+#include "cli/usage.hpp"
 
 namespace tarnwick::cli {
 namespace {
@@ -113,6 +114,22 @@ TEST(Records, EscapeStringsAndReplaceBytesThatAreNotUtf8) {
             R"(,"file_id":1,"name":"b.md","qualifier":null,"kind":"doc_link","line":2,"source_fqn":null})"
             "\n")
         << text;
+  }
+}
+
+TEST(Nearest, SuggestsOnlyWhatIsCloseEnoughToBeMeant) {
+  const std::vector<std::string> commands = {"index", "outline", "links", "help"};
+  const std::vector<std::string> options = {"--jobs", "-j", "--prefix", "--verbose", "-h"};
+  const std::vector<std::tuple<std::string, std::vector<std::string>, std::optional<std::string>>>
+      cases = {
+          {"idnex", commands, "index"},      {"indx", commands, "index"},
+          {"outlien", commands, "outline"},  {"lnks", commands, "links"},
+          {"serve", commands, std::nullopt}, {"ix", commands, std::nullopt},
+          {"--jbos", options, "--jobs"},     {"--prefx", options, "--prefix"},
+          {"-x", options, std::nullopt},     {"--quiet", options, std::nullopt},
+      };
+  for (const auto& [word, candidates, expected] : cases) {
+    EXPECT_EQ(nearest(word, candidates), expected) << word;
   }
 }
 

@@ -33,36 +33,33 @@ bool is_skipped(const fs::path& entry, bool is_directory) {
   return name.starts_with('.') || (is_directory && name == "node_modules");
 }
 
-void walk(const fs::path& directory, Selection& selection, std::vector<SourceFile>& found) {
-  std::error_code error;
-  fs::recursive_directory_iterator it(directory, fs::directory_options::none, error);
-  if (error) {
-    selection.errors.push_back({directory.string(), error.message()});
-    return;
+// Walks a directory tree without following links. An entry that cannot be read is named in
+// the errors and the walk goes on with every other one.
+void walk(const fs::path& root, Selection& selection, std::vector<SourceFile>& found) {
+  std::vector<fs::path> pending{root};
+  while (!pending.empty()) {
+    const fs::path directory = std::move(pending.back());
+    pending.pop_back();
+    std::error_code error;
+    fs::directory_iterator it(directory, error);
+    for (const fs::directory_iterator end; !error && it != end; it.increment(error)) {
+      std::error_code status_error;
+      const fs::file_status status = it->symlink_status(status_error);
+      if (status_error) {
+        selection.errors.push_back({it->path().string(), status_error.message()});
+        continue;
+      }
+      const bool is_directory = fs::is_directory(status);
+      if (is_skipped(it->path(), is_directory)) continue;
+      if (is_directory) {
+        pending.push_back(it->path());
+      } else if (fs::is_regular_file(status) && is_markdown(it->path().filename().string())) {
+        const std::string path = it->path().lexically_relative(root).generic_string();
+        found.push_back({it->path(), path, fqn_prefix(path)});
+      }
+    }
+    if (error) selection.errors.push_back({directory.string(), error.message()});
   }
-  for (const fs::recursive_directory_iterator end; it != end; it.increment(error)) {
-    if (error) {
-      selection.errors.push_back({it->path().string(), error.message()});
-      error.clear();
-      continue;
-    }
-    const fs::file_status status = it->symlink_status(error);
-    if (error) {
-      selection.errors.push_back({it->path().string(), error.message()});
-      error.clear();
-      continue;
-    }
-    const bool is_directory = fs::is_directory(status);
-    if (is_skipped(it->path(), is_directory)) {
-      if (is_directory) it.disable_recursion_pending();
-      continue;
-    }
-    if (fs::is_regular_file(status) && is_markdown(it->path().filename().string())) {
-      const std::string path = it->path().lexically_relative(directory).generic_string();
-      found.push_back({it->path(), path, fqn_prefix(path)});
-    }
-  }
-  if (error) selection.errors.push_back({directory.string(), error.message()});
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "cli/output.hpp"
 #include "cli/progress.hpp"
 #include "cli/records.hpp"
 
@@ -67,11 +68,11 @@ std::size_t held_bytes(const Extracted& extracted) {
 }  // namespace
 
 void extract_in_order(const std::vector<SourceFile>& files, unsigned jobs, bool verbose,
-                      const std::function<void(const SourceFile&, const Extracted&)>& emit) {
+                      const std::function<bool(const SourceFile&, const Extracted&)>& emit) {
   if (jobs <= 1) {
     // One job needs no workers: the calling thread extracts and emits with no handoff.
     for (std::size_t index = 0; index < files.size(); ++index) {
-      emit(files[index], extract_file(files[index], index + 1, verbose));
+      if (!emit(files[index], extract_file(files[index], index + 1, verbose))) return;
     }
     return;
   }
@@ -116,7 +117,13 @@ void extract_in_order(const std::vector<SourceFile>& files, unsigned jobs, bool 
       ++next_to_emit;
     }
     room.notify_all();
-    emit(files[next_to_emit - 1], extracted);
+    if (!emit(files[next_to_emit - 1], extracted)) {
+      // The workers finish the files they hold and take no more.
+      const std::lock_guard lock(mutex);
+      next_to_take = files.size();
+      room.notify_all();
+      return;
+    }
   }
 }
 
@@ -140,9 +147,10 @@ int run_index(const IndexOptions& options, std::ostream& out, std::ostream& err)
                      append_records(records, file.path, extracted.file_id, extracted.found);
                      out << records;
                      progress.advance(extracted.bytes);
+                     return static_cast<bool>(out);
                    });
   progress.finish();
-  out.flush();
+  if (!flushed(out, err)) return 1;
   return failed ? 1 : 0;
 }
 

@@ -3,17 +3,73 @@
 
 #include <filesystem>
 #include <iostream>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "cli/index.hpp"
+#include "cli/output.hpp"
+#include "cli/usage.hpp"
 #include "cli/views.hpp"
 #include "tarnwick/markdown.hpp"
 
+namespace {
+
+constexpr const char* PROGRAM = "tarnwick-md";
+
+constexpr const char* SHORT_USAGE =
+    "Usage: tarnwick-md COMMAND [OPTIONS] [ARGS...]\n"
+    "Commands: index, outline, links, help. Run 'tarnwick-md help' for more.\n";
+
+constexpr const char* EXIT_STATUS =
+    "Exit status: 0 success, 1 some input could not be read or the output could not be "
+    "written, 2 usage error.";
+
+// A usage error: one line naming the problem, a suggestion when there is one, exit status 2.
+int usage_error(const std::string& problem, const std::optional<std::string>& suggestion) {
+  std::cerr << PROGRAM << ": " << problem << "\n";
+  if (suggestion) std::cerr << PROGRAM << ": did you mean '" << *suggestion << "'?\n";
+  std::cerr << "Run 'tarnwick-md help' for usage.\n";
+  return 2;
+}
+
+// The names of a command's options, long and short, as they are written.
+std::vector<std::string> option_names(const CLI::App& command) {
+  std::vector<std::string> names;
+  for (const CLI::Option* option : command.get_options()) {
+    for (const auto& name : option->get_lnames()) names.push_back("--" + name);
+    for (const auto& name : option->get_snames()) names.push_back("-" + name);
+  }
+  return names;
+}
+
+// The first word of the arguments that is written as an option but names none of `command`'s.
+std::optional<std::string> unknown_option(const CLI::App& command, int argc, char** argv) {
+  const std::vector<std::string> known = option_names(command);
+  for (int i = 1; i < argc; ++i) {
+    std::string word = argv[i];
+    if (word == "--") break;
+    if (!word.starts_with('-') || word == "-") continue;
+    word = word.substr(0, word.find('='));
+    if (!word.starts_with("--") && word.size() > 2) word.resize(2);  // -j4
+    if (std::find(known.begin(), known.end(), word) == known.end()) return word;
+  }
+  return std::nullopt;
+}
+
+int print_help(const CLI::App& command) {
+  std::cout << command.help(command.get_parent() ? PROGRAM : "");
+  return tarnwick::cli::flushed(std::cout, std::cerr) ? 0 : 1;
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
-  CLI::App app{"tarnwick-md: index the outline and the file links of Markdown documents."};
+  CLI::App app{"Index the outline and the file links of Markdown documents.", PROGRAM};
   app.require_subcommand(1);
-  app.set_version_flag("-V,--version", "tarnwick-md " TARNWICK_MARKDOWN_VERSION,
+  app.set_version_flag("-V,--version", std::string(PROGRAM) + " " + TARNWICK_MARKDOWN_VERSION,
                        "Print the version and exit.");
+  app.footer(EXIT_STATUS);
 
   tarnwick::cli::IndexOptions index;
   auto* index_command = app.add_subcommand(
@@ -25,46 +81,102 @@ int main(int argc, char** argv) {
                    "Files or directories to index. A directory is walked for *.md and "
                    "*.markdown files, skipping hidden entries, node_modules and links. "
                    "Default: the current directory.")
-      ->type_name("PATH...");
+      ->type_name("");
   index_command->add_flag("-v,--verbose", index.verbose,
                           "Write the engine's debug lines (unreadable front matter) to stderr.");
-  index_command->add_option("--prefix", index.prefix,
-                            "The FQN prefix of the file's sections, in place of the one made "
-                            "from its path. Only with a single file argument.");
-
+  index_command
+      ->add_option("--prefix", index.prefix,
+                   "The FQN prefix of the file's sections, in place of the one made "
+                   "from its path. Only with a single file argument.")
+      ->type_name("PREFIX");
   index.jobs = std::max(1u, std::thread::hardware_concurrency());
   index_command
       ->add_option("-j,--jobs", index.jobs,
-                   "Files indexed at once, each on its own thread. The output is the "
-                   "same for any number. Default: the number of cores.")
-      ->check(CLI::Range(1u, 1024u));
+                   "Files indexed at once (1 to 1024), each on its own thread. The output is "
+                   "the same for any number. Default: the number of cores.")
+      ->type_name("N")
+      ->check(CLI::Range(1u, 1024u).description(""));
+  index_command->footer(
+      "Examples:\n"
+      "  tarnwick-md index docs > records.jsonl\n"
+      "  tarnwick-md index --prefix guide -v notes/setup.md\n\n" +
+      std::string(EXIT_STATUS));
 
   std::string file;
   auto* outline_command = app.add_subcommand(
       "outline",
       "Show the outline of a Markdown file: its sections as an indented tree, each "
       "with its line range and the start of its docstring.");
-  outline_command->add_option("FILE", file, "The Markdown file.")->required();
+  outline_command->add_option("FILE", file, "The Markdown file.")->required()->type_name("FILE");
+  outline_command->footer("Example:\n  tarnwick-md outline README.md\n\n" +
+                          std::string(EXIT_STATUS));
   auto* links_command = app.add_subcommand(
       "links",
       "Show the links of a Markdown file to other files: line, kind, target and the "
       "section that holds the link.");
-  links_command->add_option("FILE", file, "The Markdown file.")->required();
+  links_command->add_option("FILE", file, "The Markdown file.")->required()->type_name("FILE");
+  links_command->footer("Example:\n  tarnwick-md links docs/tour.md\n\n" +
+                        std::string(EXIT_STATUS));
 
-  CLI11_PARSE(app, argc, argv);
+  std::vector<std::string> commands;
+  for (const CLI::App* command : app.get_subcommands({})) commands.push_back(command->get_name());
+  commands.push_back("help");
 
-  if (outline_command->parsed()) return tarnwick::cli::run_outline(file, std::cout, std::cerr);
-  if (links_command->parsed()) return tarnwick::cli::run_links(file, std::cout, std::cerr);
+  if (argc == 1) {
+    std::cerr << SHORT_USAGE;
+    return 2;
+  }
+  const std::string first = argv[1];
+  if (first == "help") {
+    if (argc == 2) return print_help(app);
+    if (argc == 3) {
+      for (const CLI::App* command : app.get_subcommands({})) {
+        if (command->get_name() == argv[2]) return print_help(*command);
+      }
+    }
+    return usage_error(
+        "'" + std::string(argv[argc == 3 ? 2 : 3]) + "' is not a command to help with",
+        tarnwick::cli::nearest(argv[2], commands));
+  }
+  if (!first.starts_with('-') &&
+      std::find(commands.begin(), commands.end(), first) == commands.end()) {
+    return usage_error("'" + first + "' is not a tarnwick-md command",
+                       tarnwick::cli::nearest(first, commands));
+  }
 
-  if (index_command->parsed()) {
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) {  // --help or --version
+      app.exit(error);
+      return tarnwick::cli::flushed(std::cout, std::cerr) ? 0 : 1;
+    }
+    const CLI::App* command = &app;
+    for (const CLI::App* sub : app.get_subcommands({})) {
+      if (sub->get_name() == first) command = sub;
+    }
+    if (const auto word = unknown_option(*command, argc, argv)) {
+      return usage_error("unknown option '" + *word + "'" +
+                             (command == &app ? "" : " for '" + command->get_name() + "'"),
+                         tarnwick::cli::nearest(*word, option_names(*command)));
+    }
+    return usage_error(error.what(), std::nullopt);
+  }
+
+  int status = 0;
+  if (outline_command->parsed()) {
+    status = tarnwick::cli::run_outline(file, std::cout, std::cerr);
+  } else if (links_command->parsed()) {
+    status = tarnwick::cli::run_links(file, std::cout, std::cerr);
+  } else if (index_command->parsed()) {
     if (index.paths.empty()) index.paths.push_back(".");
     if (index.prefix &&
         (index.paths.size() != 1 || std::filesystem::is_directory(index.paths[0]))) {
-      std::cerr << "tarnwick-md: --prefix needs a single file argument\n";
-      return 2;
+      return usage_error("--prefix needs a single file argument", std::nullopt);
     }
     std::ios::sync_with_stdio(false);
     return tarnwick::cli::run_index(index, std::cout, std::cerr);
   }
-  return 0;
+  if (!tarnwick::cli::flushed(std::cout, std::cerr)) return 1;
+  return status;
 }
