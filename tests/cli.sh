@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # The command line as a person meets it, run against the built binary: exit statuses, usage
-# errors, output that cannot be written, and directory walks past unreadable entries.
-# usage: cli.sh TARNWICK_MD
+# errors, output that cannot be written, directory walks past unreadable entries, and the
+# golden examples (tests/examples/NAME.md and the records it must give, NAME.jsonl).
+# usage: cli.sh TARNWICK_MD EXAMPLES_DIR
 set -uo pipefail
 binary=$(realpath "$1")
+examples=$(realpath "$2")
 work=$(mktemp -d)
 chmod 755 "$work"
 trap 'chmod -R u+rwx "$work"; rm -rf "$work"' EXIT
@@ -87,6 +89,25 @@ else
   ok
 fi
 chmod 755 "$work/perm/m"
+
+# Threads reserve no large stacks: many jobs fit in a small address space (not checked under
+# AddressSanitizer, whose shadow memory alone is larger).
+if ldd "$binary" | grep -q libasan; then
+  :
+elif (ulimit -v 800000 && cd "$work" && "$binary" index -j 32 docs >/dev/null); then
+  ok
+else
+  fail "index -j 32 does not fit in 800 MB of address space"
+fi
+
+for example in "$examples"/*.md; do
+  if cmp -s <(cd "$examples" && "$binary" index "$(basename "$example")") "${example%.md}.jsonl"; then
+    ok
+  else
+    fail "the records of $example differ from ${example%.md}.jsonl:
+$(diff <(cd "$examples" && "$binary" index "$(basename "$example")") "${example%.md}.jsonl")"
+  fi
+done
 
 echo "$passed passed, $failed failed"
 ((failed == 0))

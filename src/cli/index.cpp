@@ -67,12 +67,14 @@ std::size_t held_bytes(const Extracted& extracted) {
 
 }  // namespace
 
-void extract_in_order(const std::vector<SourceFile>& files, unsigned jobs, bool verbose,
+void extract_in_order(const std::vector<SourceFile>& files, std::int64_t first_file_id,
+                      unsigned jobs, bool verbose,
                       const std::function<bool(const SourceFile&, const Extracted&)>& emit) {
   if (jobs <= 1) {
     // One job needs no workers: the calling thread extracts and emits with no handoff.
     for (std::size_t index = 0; index < files.size(); ++index) {
-      if (!emit(files[index], extract_file(files[index], index + 1, verbose))) return;
+      const auto file_id = first_file_id + static_cast<std::int64_t>(index);
+      if (!emit(files[index], extract_file(files[index], file_id, verbose))) return;
     }
     return;
   }
@@ -92,7 +94,8 @@ void extract_in_order(const std::vector<SourceFile>& files, unsigned jobs, bool 
         if (next_to_take == files.size()) return;
         index = next_to_take++;
       }
-      Extracted extracted = extract_file(files[index], index + 1, verbose);
+      Extracted extracted =
+          extract_file(files[index], first_file_id + static_cast<std::int64_t>(index), verbose);
       bool is_next;
       {
         const std::lock_guard lock(mutex);
@@ -136,7 +139,7 @@ int run_index(const IndexOptions& options, std::ostream& out, std::ostream& err)
   for (const auto& error : selection.errors) report(error);
   Progress progress(selection.files.size(), err);
   std::string records;
-  extract_in_order(selection.files, options.jobs, options.verbose,
+  extract_in_order(selection.files, 1, options.jobs, options.verbose,
                    [&](const SourceFile& file, const Extracted& extracted) {
                      for (const auto& line : extracted.debug_lines) err << line << "\n";
                      if (extracted.error) {

@@ -1,0 +1,227 @@
+// tarnwick_markdown._core: the engine and the command line's file selection, for Python.
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/files.hpp"
+#include "cli/index.hpp"
+#include "cli/records.hpp"
+#include "tarnwick/markdown.hpp"
+#include "text/utf8.hpp"
+
+namespace py = pybind11;
+using tarnwick::Symbol;
+using tarnwick::engines::references::ReferenceInfo;
+
+namespace {
+
+// Text as the records write it: bytes that are not UTF-8 become U+FFFD, as in the command's
+// JSON Lines. Well-formed text, nearly all of it, is decoded once.
+py::object text(const std::string& bytes) {
+  if (PyObject* decoded =
+          PyUnicode_DecodeUTF8(bytes.data(), static_cast<Py_ssize_t>(bytes.size()), nullptr)) {
+    return py::reinterpret_steal<py::object>(decoded);
+  }
+  PyErr_Clear();
+  const std::string replaced = tarnwick::text::decode_utf8(bytes);
+  return py::str(replaced.data(), replaced.size());
+}
+
+py::object optional_text(const std::optional<std::string>& value) {
+  return value ? text(*value) : py::none();
+}
+
+// The records' keys, made once: every record reuses the same key objects.
+struct Keys {
+  py::str type{"type"}, path{"path"}, file_id{"file_id"}, id{"id"}, name{"name"}, kind{"kind"},
+      fqn{"fqn"}, start_line{"start_line"}, end_line{"end_line"}, signature{"signature"},
+      is_export{"is_export"}, docstring{"docstring"}, qualifier{"qualifier"}, line{"line"},
+      source_fqn{"source_fqn"}, symbol{"symbol"}, reference{"reference"};
+};
+
+const Keys& keys() {
+  // Made with the GIL held, on the first call; kept for the life of the interpreter.
+  static const Keys* const made = new Keys;
+  return *made;
+}
+
+// The record types the package defines (dict subclasses), handed in by the package.
+struct RecordTypes {
+  py::object symbol;
+  py::object reference;
+};
+
+// One record with exactly the keys of its JSON Lines record, in their order.
+py::object symbol_record(const RecordTypes& types, const py::object& path, const Symbol& s) {
+  const Keys& k = keys();
+  py::object record = types.symbol();
+  record[k.type] = k.symbol;
+  record[k.path] = path;
+  record[k.file_id] = s.file_id;
+  record[k.id] = s.id ? py::object(py::int_(*s.id)) : py::none();
+  record[k.name] = text(s.name);
+  record[k.kind] = text(s.kind);
+  record[k.fqn] = text(s.fqn);
+  record[k.start_line] = s.start_line;
+  record[k.end_line] = s.end_line;
+  record[k.signature] = text(s.signature);
+  record[k.is_export] = py::bool_(s.is_export);
+  record[k.docstring] = optional_text(s.docstring);
+  return record;
+}
+
+py::object reference_record(const RecordTypes& types, const py::object& path, std::int64_t file_id,
+                            const ReferenceInfo& r) {
+  const Keys& k = keys();
+  py::object record = types.reference();
+  record[k.type] = k.reference;
+  record[k.path] = path;
+  record[k.file_id] = file_id;
+  record[k.name] = text(r.name);
+  record[k.qualifier] = optional_text(r.qualifier);
+  record[k.kind] = py::str(std::string(tarnwick::engines::references::to_string(r.kind)));
+  record[k.line] = r.line;
+  record[k.source_fqn] = optional_text(r.source_fqn);
+  return record;
+}
+
+// The symbols' and the references' records of one file.
+std::pair<py::list, py::list> records(const RecordTypes& types, const std::string& path,
+                                      std::int64_t file_id,
+                                      const tarnwick::IndexedDocument& document) {
+  const py::object written_path = text(path);
+  py::list symbols, references;
+  for (const Symbol& s : document.symbols) symbols.append(symbol_record(types, written_path, s));
+  for (const ReferenceInfo& r : document.references) {
+    references.append(reference_record(types, written_path, file_id, r));
+  }
+  return {symbols, references};
+}
+
+py::tuple index_one(const py::object& data, const std::string& path, std::int64_t file_id,
+                    const py::object& symbol_type, const py::object& reference_type) {
+  std::string bytes;
+  if (py::isinstance<py::bytes>(data) || py::isinstance<py::str>(data)) {
+    bytes = data.cast<std::string>();  // a str as UTF-8
+  } else {
+    throw py::type_error("index() takes bytes or str, not " +
+                         std::string(py::str(data.get_type().attr("__name__"))));
+  }
+  tarnwick::IndexedDocument document;
+  {
+    py::gil_scoped_release released;
+    document =
+        tarnwick::index_markdown(bytes, path, {.prefix = {}, .file_id = file_id, .debug_log = {}});
+  }
+  auto [symbols, references] = records({symbol_type, reference_type}, path, file_id, document);
+  return py::make_tuple(symbols, references);
+}
+
+// The files of the arguments as the command selects and orders them: (location, path,
+// prefix) triples, and the (what, reason) of each argument or entry that could not be read.
+py::tuple select_paths(const std::vector<std::string>& paths) {
+  tarnwick::cli::Selection selection;
+  {
+    py::gil_scoped_release released;
+    selection = tarnwick::cli::select_files(paths, std::nullopt);
+  }
+  py::list files, errors;
+  for (const auto& f : selection.files) {
+    files.append(py::make_tuple(f.location.string(), f.path, f.prefix));
+  }
+  for (const auto& e : selection.errors) errors.append(py::make_tuple(e.what, e.reason));
+  return py::make_tuple(files, errors);
+}
+
+// Indexes the files (location, path, prefix) on `jobs` threads, numbering them from
+// `first_file_id`; returns, in order, (records, error) for each file: the file's records (of
+// the package's record types), or none and why it could not be read.
+py::list index_files(const std::vector<std::tuple<std::string, std::string, std::string>>& files,
+                     unsigned jobs, std::int64_t first_file_id, const py::object& symbol_type,
+                     const py::object& reference_type) {
+  std::vector<tarnwick::cli::SourceFile> sources;
+  for (const auto& [location, path, prefix] : files) sources.push_back({location, path, prefix});
+  std::vector<tarnwick::cli::Extracted> extracted;
+  extracted.reserve(sources.size());
+  {
+    py::gil_scoped_release released;
+    tarnwick::cli::extract_in_order(
+        sources, first_file_id, jobs, false,
+        [&](const tarnwick::cli::SourceFile&, const tarnwick::cli::Extracted& e) {
+          extracted.push_back(e);
+          return true;
+        });
+  }
+  const RecordTypes types{symbol_type, reference_type};
+  py::list out;
+  for (std::size_t i = 0; i < extracted.size(); ++i) {
+    const auto& e = extracted[i];
+    if (e.error) {
+      out.append(
+          py::make_tuple(py::none(), "cannot read " + e.error->what + ": " + e.error->reason));
+      continue;
+    }
+    auto [all, references] = records(types, sources[i].path, e.file_id, e.found);
+    for (const auto& r : references) all.append(r);
+    out.append(py::make_tuple(all, py::none()));
+  }
+  return out;
+}
+
+// The JSON Lines of files (location, path, prefix), numbered from `first_file_id`, exactly as
+// `tarnwick-md index` writes them; raises OSError naming the first file that cannot be read.
+py::bytes index_files_jsonl(
+    const std::vector<std::tuple<std::string, std::string, std::string>>& files, unsigned jobs,
+    std::int64_t first_file_id) {
+  std::vector<tarnwick::cli::SourceFile> sources;
+  for (const auto& [location, path, prefix] : files) sources.push_back({location, path, prefix});
+  std::string text;
+  std::optional<std::string> error;
+  {
+    py::gil_scoped_release released;
+    tarnwick::cli::extract_in_order(
+        sources, first_file_id, jobs, false,
+        [&](const tarnwick::cli::SourceFile& file, const tarnwick::cli::Extracted& e) {
+          if (e.error) {
+            error = "cannot read " + e.error->what + ": " + e.error->reason;
+            return false;
+          }
+          tarnwick::cli::append_records(text, file.path, e.file_id, e.found);
+          return true;
+        });
+  }
+  if (error) throw py::value_error(*error);
+  return py::bytes(text);
+}
+
+// The JSON Lines of one file's bytes at a repository path, as the command writes them.
+py::bytes index_jsonl(const py::bytes& data, const std::string& path, std::int64_t file_id) {
+  const std::string bytes = data;
+  std::string text;
+  {
+    py::gil_scoped_release released;
+    const tarnwick::IndexedDocument document =
+        tarnwick::index_markdown(bytes, path, {.prefix = {}, .file_id = file_id, .debug_log = {}});
+    tarnwick::cli::append_records(text, path, file_id, document);
+  }
+  return py::bytes(text);
+}
+
+}  // namespace
+
+PYBIND11_MODULE(_core, module) {
+  module.doc() = "The C++ core of tarnwick_markdown.";
+  module.attr("VERSION") = TARNWICK_MARKDOWN_VERSION;
+  module.def("index", &index_one, py::arg("data"), py::arg("path"), py::arg("file_id"),
+             py::arg("symbol_type"), py::arg("reference_type"));
+  module.def("select", &select_paths, py::arg("paths"));
+  module.def("fqn_prefix", &tarnwick::fqn_prefix, py::arg("path"));
+  module.def("index_files_jsonl", &index_files_jsonl, py::arg("files"), py::arg("jobs"),
+             py::arg("first_file_id"));
+  module.def("index_jsonl", &index_jsonl, py::arg("data"), py::arg("path"), py::arg("file_id"));
+  module.def("index_files", &index_files, py::arg("files"), py::arg("jobs"),
+             py::arg("first_file_id"), py::arg("symbol_type"), py::arg("reference_type"));
+}

@@ -1,0 +1,109 @@
+"""tarnwick's Markdown engine: the outline and the file links of Markdown documents.
+
+``index(data, path)`` gives the records of one file; ``index_paths(paths)`` walks files and
+folders as ``tarnwick-md index`` does and yields the records of every Markdown file, in the
+command's order. Each record is a dict with exactly the keys of its JSON Lines record (so
+``json.dumps(record)`` writes what the command writes), whose values can also be read as
+attributes (``record.fqn``).
+"""
+
+from __future__ import annotations
+
+import os
+from typing import Iterable, Iterator, List, Optional, Union
+
+from . import _core
+
+__all__ = ["IndexedDocument", "Record", "Symbol", "Reference", "index", "index_paths",
+           "__version__"]
+
+__version__: str = _core.VERSION
+
+# Files indexed per call into C++: enough to keep every job busy, few enough that the records
+# of a batch stay small and reach the caller soon.
+_FILES_PER_BATCH = 256
+
+
+class Record(dict):
+    """One JSON Lines record: a dict of its keys, also readable as attributes."""
+
+    __slots__ = ()
+
+    def __getattr__(self, key: str):
+        try:
+            return self[key]
+        except KeyError:
+            raise AttributeError(key) from None
+
+    def to_dict(self) -> dict:
+        """The record as a plain dict, with the record's keys in their order."""
+        return dict(self)
+
+    def __repr__(self) -> str:
+        return f"{type(self).__name__}({dict.__repr__(self)})"
+
+
+class Symbol(Record):
+    """A ``section`` symbol: ``type`` is ``"symbol"``."""
+
+    __slots__ = ()
+
+
+class Reference(Record):
+    """A link to another file of the repository: ``type`` is ``"reference"``."""
+
+    __slots__ = ()
+
+
+class IndexedDocument:
+    """What the engine finds in one document: its symbols, then its references."""
+
+    __slots__ = ("symbols", "references")
+
+    def __init__(self, symbols: List[Symbol], references: List[Reference]):
+        self.symbols = symbols
+        self.references = references
+
+    def __repr__(self) -> str:
+        return (f"IndexedDocument({len(self.symbols)} symbols, "
+                f"{len(self.references)} references)")
+
+
+def index(data: Union[bytes, str], path: str) -> IndexedDocument:
+    """The records of one Markdown file.
+
+    ``data`` is the file's contents (``bytes``, or ``str`` taken as UTF-8; any line endings),
+    ``path`` its path in the repository with "/" separators, from which the FQN prefix is made.
+    ``file_id`` is 0. The GIL is released while the engine works.
+    """
+    if not isinstance(path, str):
+        raise TypeError(f"path must be str, not {type(path).__name__}")
+    return IndexedDocument(*_core.index(data, path, 0, Symbol, Reference))
+
+
+def index_paths(paths: Union[str, os.PathLike, Iterable[Union[str, os.PathLike]]],
+                jobs: Optional[int] = None) -> Iterator[Record]:
+    """Yields the records of every Markdown file under ``paths``, as ``tarnwick-md index``.
+
+    Files and folders are selected and ordered as the command does, and indexed on ``jobs``
+    threads inside C++ (default: the number of cores); the records come in the command's
+    order, each file's symbols then its references. A path or file that cannot be read raises
+    ``OSError`` naming it, when the walk reaches it.
+    """
+    if isinstance(paths, (str, os.PathLike)):
+        paths = [paths]
+    paths = [os.fspath(p) for p in paths]
+    if jobs is None:
+        jobs = os.cpu_count() or 1
+    if not isinstance(jobs, int) or isinstance(jobs, bool) or not 1 <= jobs <= 1024:
+        raise ValueError(f"jobs must be an integer from 1 to 1024, not {jobs!r}")
+    files, errors = _core.select(paths)
+    if errors:
+        what, reason = errors[0]
+        raise OSError(f"cannot read {what}: {reason}")
+    for start in range(0, len(files), _FILES_PER_BATCH):
+        batch = files[start:start + _FILES_PER_BATCH]
+        for records, error in _core.index_files(batch, jobs, start + 1, Symbol, Reference):
+            if error is not None:
+                raise OSError(error)
+            yield from records

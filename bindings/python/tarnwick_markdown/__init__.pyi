@@ -1,0 +1,44 @@
+import os
+from typing import Any, Iterable, Iterator, List, Optional, Union
+
+__version__: str
+
+class Record(dict):
+    """One JSON Lines record: a dict of its keys, also readable as attributes."""
+
+    def __getattr__(self, key: str) -> Any: ...
+    def to_dict(self) -> dict: ...
+
+class Symbol(Record):
+    type: str
+    path: str
+    file_id: int
+    id: Optional[int]
+    name: str
+    kind: str
+    fqn: str
+    start_line: int
+    end_line: int
+    signature: str
+    is_export: bool
+    docstring: Optional[str]
+
+class Reference(Record):
+    type: str
+    path: str
+    file_id: int
+    name: str
+    qualifier: Optional[str]
+    kind: str
+    line: int
+    source_fqn: Optional[str]
+
+class IndexedDocument:
+    symbols: List[Symbol]
+    references: List[Reference]
+    def __init__(self, symbols: List[Symbol], references: List[Reference]) -> None: ...
+
+def index(data: Union[bytes, str], path: str) -> IndexedDocument: ...
+def index_paths(
+    paths: Union[str, os.PathLike, Iterable[Union[str, os.PathLike]]], jobs: Optional[int] = ...
+) -> Iterator[Union[Symbol, Reference]]: ...
