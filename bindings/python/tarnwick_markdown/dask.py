@@ -178,7 +178,7 @@ def run_partitions(partitions: List[Partition], out_dir: str, scheduler: Optiona
         client = Client(scheduler)
     else:
         cluster = LocalCluster(n_workers=workers or os.cpu_count() or 1, threads_per_worker=1,
-                               processes=True, dashboard_address=None)
+                               processes=True, dashboard_address=":0")
         client = Client(cluster)
     try:
         futures = {client.submit(index_partition, p, out_dir, key=f"tarnwick-{p.name}-{id(p)}",
