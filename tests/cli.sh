@@ -55,6 +55,34 @@ expect "outline" 2 "FILE is required"
 expect "index --prefix p docs" 2 "--prefix needs a single file argument"
 expect "index missing.md" 1 "cannot read missing.md"
 
+# Views never hand a document's control characters to the terminal; -v lines are compiler-style.
+printf -- '---\ntitle: [unclosed\n---\n# A\033]0;title\007 [x](x.md)\n' >"$work/docs/evil.md"
+out=$(cd "$work" && "$binary" outline docs/evil.md 2>&1)
+[[ $out == 'A\x1b]0;title\x07'* ]] && ok || fail "outline printed: $out"
+out=$(cd "$work" && "$binary" links docs/evil.md 2>&1)
+[[ $out == *'A\x1b]0;title\x07'* && $out != *$'\033'* ]] && ok || fail "links printed: $out"
+out=$(cd "$work" && "$binary" index -v docs/evil.md 2>&1 >/dev/null)
+[[ $out == "docs/evil.md:3: The front matter of evil is not YAML: while parsing a flow sequence (line 2, column 8)"* ]] &&
+  ok || fail "index -v printed: $out"
+rm "$work/docs/evil.md"
+printf 'no headings\n' >"$work/plain.md"
+expect "outline plain.md" 0 "plain.md has no headings"
+expect "links plain.md" 0 "plain.md has no links to other files"
+# No progress line where stderr is not a terminal; on a terminal, one that never mixes with the
+# records: none when stdout is the same terminal, and a summary at the end (over the corpus,
+# which takes long enough for the line to appear).
+expect "index -j 1 docs" 0 "-"
+corpus=$(dirname "$examples")/../../shared/corpus/MicrosoftDocs__PowerShell-Docs
+if command -v script >/dev/null && [ -d "$corpus" ]; then
+  shown=$(script -qc "'$binary' index -j 1 '$corpus' >/dev/null" /dev/null | tr '\r' '\n')
+  [[ $shown == *" files, "*" MB/s, "*" elapsed, "*" left"* && $shown == *" links, 0 errors in "* ]] &&
+    ok || fail "no progress line and summary on a terminal: $shown"
+  mixed=$(script -qc "'$binary' index -j 1 '$corpus'" /dev/null | grep -c ' MB/s, ')
+  [ "$mixed" = 0 ] && ok || fail "the progress line went to the terminal that shows the records"
+  quiet=$(script -qc "'$binary' index -q -j 1 '$corpus' >/dev/null" /dev/null)
+  [ -z "$quiet" ] && ok || fail "-q still showed: $quiet"
+fi
+
 # Nothing lost silently: a full disk is an error, for every command that writes.
 for args in "index docs" "outline docs/guide.md" "links docs/guide.md" "--help" "help index" \
   "--version"; do

@@ -15,6 +15,34 @@
 
 namespace tarnwick::cli {
 
+namespace {
+
+// The engine's debug line about a file, compiler-style: "path:line: message". The message is
+// the engine's, except that the YAML loader's positions, which count from the front matter's
+// body, count from the file (the body starts on its second line). A line with no position is
+// about the front matter as a whole, which starts on the first line.
+std::string debug_line(const SourceFile& file, std::string_view message) {
+  constexpr std::string_view LINE = "line ", COLUMN = ", column ";
+  constexpr int BODY_FIRST_LINE = 2;
+  std::string text;
+  long at_line = 1;
+  std::size_t done = 0;
+  for (std::size_t pos = message.find(LINE); pos != std::string_view::npos;
+       pos = message.find(LINE, pos + 1)) {
+    const std::size_t digits = pos + LINE.size();
+    std::size_t end = digits;
+    while (end < message.size() && message[end] >= '0' && message[end] <= '9') ++end;
+    if (end == digits || message.substr(end, COLUMN.size()) != COLUMN) continue;
+    at_line = std::stol(std::string(message.substr(digits, end - digits))) + BODY_FIRST_LINE - 1;
+    text.append(message.substr(done, digits - done)).append(std::to_string(at_line));
+    done = end;
+  }
+  text.append(message.substr(done));
+  return file.location.string() + ":" + std::to_string(at_line) + ": " + text;
+}
+
+}  // namespace
+
 Extracted extract_file(const SourceFile& file, std::int64_t file_id, bool verbose) {
   Extracted extracted;
   extracted.file_id = file_id;
@@ -27,8 +55,8 @@ Extracted extract_file(const SourceFile& file, std::int64_t file_id, bool verbos
   extracted.bytes = bytes->size();
   tarnwick::IndexOptions options{.prefix = file.prefix, .file_id = file_id, .debug_log = {}};
   if (verbose) {
-    options.debug_log = [&extracted](std::string_view logger, std::string_view message) {
-      extracted.debug_lines.push_back("DEBUG:" + std::string(logger) + ":" + std::string(message));
+    options.debug_log = [&extracted, &file](std::string_view, std::string_view message) {
+      extracted.debug_lines.push_back(debug_line(file, message));
     };
   }
   // A failure inside the engine must not end the whole run: it becomes that file's error.
@@ -132,29 +160,32 @@ void extract_in_order(const std::vector<SourceFile>& files, std::int64_t first_f
 
 int run_index(const IndexOptions& options, std::ostream& out, std::ostream& err) {
   const Selection selection = select_files(options.paths, options.prefix);
-  bool failed = !selection.errors.empty();
-  const auto report = [&err](const ReadError& error) {
+  Progress progress(selection.files.size(), err, options.quiet);
+  Summary summary;
+  const auto report = [&](const ReadError& error) {
+    progress.clear();
     err << "tarnwick-md: cannot read " << error.what << ": " << error.reason << "\n";
+    ++summary.errors;
   };
   for (const auto& error : selection.errors) report(error);
-  Progress progress(selection.files.size(), err);
   std::string records;
   extract_in_order(selection.files, 1, options.jobs, options.verbose,
                    [&](const SourceFile& file, const Extracted& extracted) {
+                     if (!extracted.debug_lines.empty()) progress.clear();
                      for (const auto& line : extracted.debug_lines) err << line << "\n";
-                     if (extracted.error) {
-                       report(*extracted.error);
-                       failed = true;
-                     }
+                     if (extracted.error) report(*extracted.error);
                      records.clear();
                      append_records(records, file.path, extracted.file_id, extracted.found);
                      out << records;
+                     ++summary.files;
+                     summary.sections += extracted.found.symbols.size();
+                     summary.links += extracted.found.references.size();
                      progress.advance(extracted.bytes);
                      return static_cast<bool>(out);
                    });
-  progress.finish();
+  progress.finish(summary);
   if (!flushed(out, err)) return 1;
-  return failed ? 1 : 0;
+  return summary.errors == 0 ? 0 : 1;
 }
 
 }  // namespace tarnwick::cli

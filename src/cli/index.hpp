@@ -18,7 +18,8 @@ struct IndexOptions {
   std::vector<std::string> paths;
   std::optional<std::string> prefix;
   bool verbose = false;
-  unsigned jobs = 1;  // files indexed at once, each on its own thread
+  bool quiet = false;  // no progress line
+  unsigned jobs = 1;   // files indexed at once, each on its own thread
 };
 
 // One file read and indexed: what the engine found, or why the file could not be read.

@@ -84,6 +84,9 @@ int main(int argc, char** argv) {
       ->type_name("");
   index_command->add_flag("-v,--verbose", index.verbose,
                           "Write the engine's debug lines (unreadable front matter) to stderr.");
+  index_command->add_flag("-q,--quiet", index.quiet,
+                          "Show no progress line (it is shown only when stderr is a terminal "
+                          "that stdout is not).");
   index_command
       ->add_option("--prefix", index.prefix,
                    "The FQN prefix of the file's sections, in place of the one made "

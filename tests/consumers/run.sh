@@ -65,7 +65,8 @@ tests=$(ctest --test-dir "$work/sub" -N | sed -n 's/^Total Tests: //p')
 
 echo "== shared library"
 quietly cmake -S "$source" -B "$work/shared-build" "${launcher[@]}" -DCMAKE_BUILD_TYPE=Release \
-  -DBUILD_SHARED_LIBS=ON -DTARNWICK_CLI=OFF -DTARNWICK_TESTS=OFF -DTARNWICK_INSTALL=ON
+  -DBUILD_SHARED_LIBS=ON -DTARNWICK_CLI=OFF -DTARNWICK_TESTS=OFF -DTARNWICK_PYTHON=OFF \
+  -DTARNWICK_INSTALL=ON
 quietly cmake --build "$work/shared-build" -j2 --target tarnwick_markdown
 quietly cmake --install "$work/shared-build" --prefix "$work/shared"
 library="$work/shared/lib/libtarnwick-markdown.so.${version%%.*}"
