@@ -8,7 +8,7 @@
 namespace tarnwick::bench {
 
 Corpus load_corpus(const std::string& directory) {
-  const cli::Selection selection = cli::select_files({directory}, std::nullopt);
+  const cli::Selection selection = cli::select_files({directory});
   if (!selection.errors.empty()) {
     throw std::runtime_error("cannot read " + selection.errors.front().what + ": " +
                              selection.errors.front().reason);

@@ -83,6 +83,38 @@ if command -v script >/dev/null && [ -d "$corpus" ]; then
   [ -z "$quiet" ] && ok || fail "-q still showed: $quiet"
 fi
 
+# File selection: stdin, git's ignores, hidden entries, links, excludes, the list of files, and
+# paths that keep several directory arguments apart.
+out=$(cd "$work" && printf '# A\n' | "$binary" index --stdin-path notes/a.md -)
+[[ $out == '{"type":"symbol","path":"notes/a.md",'*'"fqn":"notes.a.A"'* ]] && ok ||
+  fail "index --stdin-path notes/a.md - printed: $out"
+expect "index - </dev/null" 2 "needs --stdin-path or --prefix"
+repo=$work/repo
+mkdir -p "$repo/ignored" "$repo/.hidden" "$repo/drafts" "$repo/sub"
+git -C "$repo" init -q
+printf 'ignored/\nsecret.md\n' >"$repo/.gitignore"
+for f in ignored/x.md secret.md kept.md .hidden/h.md drafts/d.md sub/s.md; do
+  printf '# %s\n' "$f" >"$repo/$f"
+done
+ln -s ../sub "$repo/drafts/link"
+selected() { (cd "$work" && "$binary" index --files "$@" | tr '\n' ' '); }
+for case in "|repo/drafts/d.md repo/kept.md repo/sub/s.md " \
+  "--no-ignore|repo/drafts/d.md repo/ignored/x.md repo/kept.md repo/secret.md repo/sub/s.md " \
+  "--hidden|repo/.hidden/h.md repo/drafts/d.md repo/kept.md repo/sub/s.md " \
+  "--exclude drafts --exclude sub/*.md|repo/kept.md " \
+  "--follow --exclude sub|repo/drafts/d.md repo/drafts/link/s.md repo/kept.md "; do
+  flags=${case%%|*} expected=${case#*|}
+  # shellcheck disable=SC2086
+  got=$(selected $flags repo)
+  [ "$got" = "$expected" ] && ok || fail "index --files $flags repo gave '$got', not '$expected'"
+done
+mkdir -p "$work/a" "$work/b"
+printf '# X\n' >"$work/a/README.md"
+printf '# Y\n' >"$work/b/README.md"
+out=$(cd "$work" && "$binary" index --paths-from-cwd a b | grep -o '"path":"[^"]*","file_id":[0-9],"id":null,"name":"[XY]","kind":"section","fqn":"[^"]*"' | tr '\n' ' ')
+[ "$out" = '"path":"a/README.md","file_id":1,"id":null,"name":"X","kind":"section","fqn":"a.README.X" "path":"b/README.md","file_id":2,"id":null,"name":"Y","kind":"section","fqn":"b.README.Y" ' ] &&
+  ok || fail "index --paths-from-cwd a b gave $out"
+
 # Nothing lost silently: a full disk is an error, for every command that writes.
 for args in "index docs" "outline docs/guide.md" "links docs/guide.md" "--help" "help index" \
   "--version"; do

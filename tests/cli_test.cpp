@@ -35,7 +35,7 @@ class TempTree : public ::testing::Test {
 
   std::vector<std::string> selected_paths(const std::vector<std::string>& arguments) {
     std::vector<std::string> paths;
-    for (const auto& file : select_files(arguments, std::nullopt).files) {
+    for (const auto& file : select_files(arguments).files) {
       paths.push_back(file.path + " " + file.prefix);
     }
     return paths;
@@ -62,7 +62,9 @@ TEST_F(TempTree, TakesFileArgumentsByBaseNameInTheOrderGiven) {
   write("a.txt", "");
   EXPECT_EQ(selected_paths({(root_ / "docs/b.md").string(), (root_ / "a.txt").string()}),
             (std::vector<std::string>{"b.md b", "a.txt a"}));
-  const auto selection = select_files({(root_ / "docs/b.md").string()}, "Custom");
+  SelectionOptions custom;
+  custom.prefix = "Custom";
+  const auto selection = select_files({(root_ / "docs/b.md").string()}, custom);
   EXPECT_EQ(selection.files.at(0).prefix, "Custom");
 }
 
@@ -70,12 +72,10 @@ TEST_F(TempTree, IndexesEveryReadableFileAndReportsTheOthers) {
   write("a.md", "# A\r\ntext\r\n\r\n## B\rmore\r");
   write("b.md", "# B\n");
   std::ostringstream out, err;
-  const int status =
-      run_index({.paths = {(root_ / "a.md").string(), (root_ / "missing.md").string(),
-                           (root_ / "b.md").string()},
-                 .prefix = std::nullopt,
-                 .verbose = false},
-                out, err);
+  IndexOptions options;
+  options.paths = {(root_ / "a.md").string(), (root_ / "missing.md").string(),
+                   (root_ / "b.md").string()};
+  const int status = run_index(options, out, err);
   EXPECT_EQ(status, 1);
   EXPECT_NE(err.str().find("missing.md"), std::string::npos);
   EXPECT_EQ(

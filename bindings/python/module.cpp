@@ -126,7 +126,7 @@ py::tuple select_paths(const std::vector<std::string>& paths) {
   tarnwick::cli::Selection selection;
   {
     py::gil_scoped_release released;
-    selection = tarnwick::cli::select_files(paths, std::nullopt);
+    selection = tarnwick::cli::select_files(paths);
   }
   py::list files, errors;
   for (const auto& f : selection.files) {

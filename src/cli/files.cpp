@@ -1,12 +1,16 @@
 #include "cli/files.hpp"
 
 #include <fcntl.h>
+#include <fnmatch.h>
+#include <git2.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <set>
 #include <system_error>
 
 #include "tarnwick/markdown.hpp"
@@ -28,33 +32,104 @@ bool is_markdown(std::string_view name) {
   return ends_with_ascii_nocase(name, ".md") || ends_with_ascii_nocase(name, ".markdown");
 }
 
-bool is_skipped(const fs::path& entry, bool is_directory) {
-  const std::string name = entry.filename().string();
-  return name.starts_with('.') || (is_directory && name == "node_modules");
+// What git ignores in the work tree that holds a directory, if one does: its .gitignore files,
+// .git/info/exclude and the user's excludes file, read by libgit2 as git reads them.
+class GitIgnores {
+ public:
+  explicit GitIgnores(const fs::path& directory) {
+    if (!may_be_in_work_tree(directory)) return;
+    git_libgit2_init();
+    initialised_ = true;
+    if (git_repository_open_ext(&repository_, directory.c_str(), 0, nullptr) != 0 ||
+        git_repository_is_bare(repository_)) {
+      git_repository_free(repository_);
+      repository_ = nullptr;
+      return;
+    }
+    std::error_code error;
+    work_tree_ = fs::canonical(git_repository_workdir(repository_), error);
+  }
+  GitIgnores(const GitIgnores&) = delete;
+  GitIgnores& operator=(const GitIgnores&) = delete;
+  ~GitIgnores() {
+    git_repository_free(repository_);
+    if (initialised_) git_libgit2_shutdown();
+  }
+
+  bool ignores(const fs::path& entry, bool is_directory) const {
+    if (!repository_) return false;
+    std::error_code error;
+    const fs::path absolute = fs::weakly_canonical(fs::absolute(entry), error);
+    std::string path = absolute.lexically_relative(work_tree_).generic_string();
+    if (error || path.empty() || path.starts_with("..")) return false;
+    if (is_directory) path += '/';
+    int ignored = 0;
+    return git_ignore_path_is_ignored(&ignored, repository_, path.c_str()) == 0 && ignored == 1;
+  }
+
+ private:
+  // Whether a work tree may hold the directory: a ".git" in it or above it, or GIT_DIR set.
+  // Starting libgit2 costs more than indexing a small repository, so it starts only then.
+  static bool may_be_in_work_tree(const fs::path& directory) {
+    if (std::getenv("GIT_DIR")) return true;
+    std::error_code error;
+    for (fs::path at = fs::absolute(directory, error).lexically_normal();; at = at.parent_path()) {
+      if (fs::exists(at / ".git", error)) return true;
+      if (at == at.parent_path()) return false;
+    }
+  }
+
+  bool initialised_ = false;
+  git_repository* repository_ = nullptr;
+  fs::path work_tree_;
+};
+
+bool matches_any(const std::vector<std::string>& globs, const std::string& name,
+                 const std::string& path) {
+  return std::any_of(globs.begin(), globs.end(), [&](const std::string& glob) {
+    const bool on_path = glob.find('/') != std::string::npos;
+    return ::fnmatch(glob.c_str(), (on_path ? path : name).c_str(), 0) == 0;
+  });
 }
 
-// Walks a directory tree without following links. An entry that cannot be read is named in
-// the errors and the walk goes on with every other one.
-void walk(const fs::path& root, Selection& selection, std::vector<SourceFile>& found) {
+// Walks a directory tree. An entry that cannot be read is named in the errors and the walk
+// goes on with every other one. Followed links never lead into a directory twice.
+void walk(const fs::path& root, const SelectionOptions& options, Selection& selection,
+          std::vector<SourceFile>& found) {
+  const std::optional<GitIgnores> git =
+      options.git_ignores ? std::optional<GitIgnores>(std::in_place, root) : std::nullopt;
+  std::set<std::pair<dev_t, ino_t>> visited;
   std::vector<fs::path> pending{root};
   while (!pending.empty()) {
     const fs::path directory = std::move(pending.back());
     pending.pop_back();
+    struct stat identity {};
+    if (options.follow && ::stat(directory.c_str(), &identity) == 0 &&
+        !visited.insert({identity.st_dev, identity.st_ino}).second) {
+      continue;
+    }
     std::error_code error;
     fs::directory_iterator it(directory, error);
     for (const fs::directory_iterator end; !error && it != end; it.increment(error)) {
       std::error_code status_error;
-      const fs::file_status status = it->symlink_status(status_error);
+      const fs::file_status status =
+          options.follow ? it->status(status_error) : it->symlink_status(status_error);
       if (status_error) {
         selection.errors.push_back({it->path().string(), status_error.message()});
         continue;
       }
       const bool is_directory = fs::is_directory(status);
-      if (is_skipped(it->path(), is_directory)) continue;
+      const std::string name = it->path().filename().string();
+      const std::string path = it->path().lexically_relative(root).generic_string();
+      if ((!options.hidden && name.starts_with('.')) ||
+          (is_directory && (name == "node_modules" || name == ".git")) ||
+          matches_any(options.excludes, name, path) ||
+          (git && git->ignores(it->path(), is_directory))) {
+        continue;
+      }
       if (is_directory) {
         pending.push_back(it->path());
-      } else if (fs::is_regular_file(status) && is_markdown(it->path().filename().string())) {
-        const std::string path = it->path().lexically_relative(root).generic_string();
+      } else if (fs::is_regular_file(status) && is_markdown(name)) {
         found.push_back({it->path(), path, fqn_prefix(path)});
       }
     }
@@ -62,12 +137,22 @@ void walk(const fs::path& root, Selection& selection, std::vector<SourceFile>& f
   }
 }
 
+// A path relative to the current directory, as the records write it.
+std::string from_cwd(const fs::path& location) {
+  std::string path = location.lexically_normal().generic_string();
+  return path.starts_with("./") ? path.substr(2) : path;
+}
+
 }  // namespace
 
-Selection select_files(const std::vector<std::string>& arguments,
-                       const std::optional<std::string>& prefix) {
+Selection select_files(const std::vector<std::string>& arguments, const SelectionOptions& options) {
   Selection selection;
   for (const auto& argument : arguments) {
+    if (argument == "-") {
+      const std::string path = options.stdin_path.value_or("-");
+      selection.files.push_back({"/dev/stdin", path, options.prefix.value_or(fqn_prefix(path))});
+      continue;
+    }
     const fs::path location(argument);
     std::error_code error;
     const fs::file_status status = fs::status(location, error);
@@ -78,13 +163,20 @@ Selection select_files(const std::vector<std::string>& arguments,
     }
     if (fs::is_directory(status)) {
       std::vector<SourceFile> found;
-      walk(location, selection, found);
+      walk(location, options, selection, found);
       std::sort(found.begin(), found.end(),
                 [](const SourceFile& a, const SourceFile& b) { return a.path < b.path; });
-      std::move(found.begin(), found.end(), std::back_inserter(selection.files));
+      for (SourceFile& file : found) {
+        if (options.paths_from_cwd) {
+          file.path = from_cwd(file.location);
+          file.prefix = fqn_prefix(file.path);
+        }
+        selection.files.push_back(std::move(file));
+      }
     } else {
-      const std::string path = location.filename().string();
-      selection.files.push_back({location, path, prefix.value_or(fqn_prefix(path))});
+      const std::string path =
+          options.paths_from_cwd ? from_cwd(location) : location.filename().string();
+      selection.files.push_back({location, path, options.prefix.value_or(fqn_prefix(path))});
     }
   }
   return selection;

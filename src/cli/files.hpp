@@ -25,11 +25,24 @@ struct Selection {
   std::vector<ReadError> errors;
 };
 
-// The files of the arguments: a file argument is taken as it is; a directory is walked
-// without following links, skipping hidden entries and node_modules, for Markdown files.
-// Within an argument files come in byte order of their paths; arguments in the order given.
+// How arguments become files. The defaults select as the record format says, leaving out
+// besides what git ignores inside a git work tree.
+struct SelectionOptions {
+  std::optional<std::string> prefix;      // the FQN prefix of a single file argument
+  std::optional<std::string> stdin_path;  // the path under which "-" (stdin) is indexed
+  bool hidden = false;                    // walk entries whose name starts with "." too
+  bool follow = false;                    // follow symbolic links
+  bool git_ignores = true;            // leave out what .gitignore files and git's excludes ignore
+  bool paths_from_cwd = false;        // paths relative to the current directory, not the argument
+  std::vector<std::string> excludes;  // globs: a name (or, with a "/", a path) that matches is out
+};
+
+// The files of the arguments: a file argument is taken as it is, "-" is stdin; a directory is
+// walked for Markdown files, skipping node_modules and what the options leave out. Within an
+// argument files come in byte order of their paths; arguments in the order given. An entry that
+// cannot be read is named in the errors, and the walk goes on.
 Selection select_files(const std::vector<std::string>& arguments,
-                       const std::optional<std::string>& prefix);
+                       const SelectionOptions& options = {});
 
 // The bytes of a file, or none with `reason` set to why it could not be read.
 std::optional<std::string> read_file(const std::filesystem::path& location, std::string& reason);

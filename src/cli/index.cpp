@@ -159,7 +159,15 @@ void extract_in_order(const std::vector<SourceFile>& files, std::int64_t first_f
 }
 
 int run_index(const IndexOptions& options, std::ostream& out, std::ostream& err) {
-  const Selection selection = select_files(options.paths, options.prefix);
+  const Selection selection = select_files(options.paths, options.selection);
+  if (options.list_files) {
+    for (const auto& error : selection.errors) {
+      err << "tarnwick-md: cannot read " << error.what << ": " << error.reason << "\n";
+    }
+    for (const auto& file : selection.files) out << file.location.string() << "\n";
+    if (!flushed(out, err)) return 1;
+    return selection.errors.empty() ? 0 : 1;
+  }
   Progress progress(selection.files.size(), err, options.quiet);
   Summary summary;
   const auto report = [&](const ReadError& error) {

@@ -16,7 +16,8 @@ namespace tarnwick::cli {
 
 struct IndexOptions {
   std::vector<std::string> paths;
-  std::optional<std::string> prefix;
+  SelectionOptions selection;
+  bool list_files = false;  // print the selected files instead of their records
   bool verbose = false;
   bool quiet = false;  // no progress line
   unsigned jobs = 1;   // files indexed at once, each on its own thread

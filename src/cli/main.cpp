@@ -88,10 +88,34 @@ int main(int argc, char** argv) {
                           "Show no progress line (it is shown only when stderr is a terminal "
                           "that stdout is not).");
   index_command
-      ->add_option("--prefix", index.prefix,
+      ->add_option("--prefix", index.selection.prefix,
                    "The FQN prefix of the file's sections, in place of the one made "
                    "from its path. Only with a single file argument.")
       ->type_name("PREFIX");
+  index_command
+      ->add_option("--stdin-path", index.selection.stdin_path,
+                   "The repository path of the file read from '-' (stdin), which names its "
+                   "records and makes its FQN prefix.")
+      ->type_name("PATH");
+  index_command->add_flag("--hidden", index.selection.hidden,
+                          "Walk entries whose name starts with '.' too.");
+  index_command->add_flag("--follow", index.selection.follow, "Follow symbolic links.");
+  bool no_ignore = false;
+  index_command->add_flag("--no-ignore", no_ignore,
+                          "Index what git ignores too: by default, inside a git work tree, what "
+                          ".gitignore files and git's excludes ignore is left out.");
+  index_command
+      ->add_option("--exclude", index.selection.excludes,
+                   "Leave out files and folders whose name matches GLOB, or whose path from "
+                   "the argument does when GLOB holds a '/'. May be repeated.")
+      ->type_name("GLOB")
+      ->allow_extra_args(false);
+  index_command->add_flag("--paths-from-cwd", index.selection.paths_from_cwd,
+                          "Write paths (and make FQN prefixes) relative to the current "
+                          "directory rather than to each argument, so that files of several "
+                          "directory arguments keep distinct paths.");
+  index_command->add_flag("--files", index.list_files,
+                          "Print the files that would be indexed, one a line, and stop.");
   index.jobs = std::max(1u, std::thread::hardware_concurrency());
   index_command
       ->add_option("-j,--jobs", index.jobs,
@@ -102,7 +126,8 @@ int main(int argc, char** argv) {
   index_command->footer(
       "Examples:\n"
       "  tarnwick-md index docs > records.jsonl\n"
-      "  tarnwick-md index --prefix guide -v notes/setup.md\n\n" +
+      "  tarnwick-md index --prefix guide -v notes/setup.md\n"
+      "  git show HEAD:README.md | tarnwick-md index --stdin-path README.md -\n\n" +
       std::string(EXIT_STATUS));
 
   std::string file;
@@ -173,7 +198,14 @@ int main(int argc, char** argv) {
     status = tarnwick::cli::run_links(file, std::cout, std::cerr);
   } else if (index_command->parsed()) {
     if (index.paths.empty()) index.paths.push_back(".");
-    if (index.prefix &&
+    index.selection.git_ignores = !no_ignore;
+    const bool reads_stdin =
+        std::find(index.paths.begin(), index.paths.end(), "-") != index.paths.end();
+    if (reads_stdin && !index.selection.stdin_path && !index.selection.prefix) {
+      return usage_error("reading '-' (stdin) needs --stdin-path or --prefix to name it",
+                         std::nullopt);
+    }
+    if (index.selection.prefix &&
         (index.paths.size() != 1 || std::filesystem::is_directory(index.paths[0]))) {
       return usage_error("--prefix needs a single file argument", std::nullopt);
     }

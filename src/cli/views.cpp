@@ -37,7 +37,7 @@ std::string printable(std::string_view text) {
 
 // What the engine found in the single file at `path`; problems are written to `err`.
 std::optional<Extracted> extract_one(const std::string& path, std::ostream& err) {
-  const Selection selection = select_files({path}, std::nullopt);
+  const Selection selection = select_files({path});
   for (const auto& error : selection.errors) {
     err << "tarnwick-md: cannot read " << error.what << ": " << error.reason << "\n";
   }
