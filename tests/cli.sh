@@ -169,5 +169,15 @@ $(diff <(cd "$examples" && "$binary" index "$(basename "$example")") "${example%
   fi
 done
 
+# The man page and the completions know every option of the help, and the bash one parses.
+source_dir=$(dirname "$examples")/..
+for option in $("$binary" index --help | grep -o -- '--[a-z-]*' | sort -u); do
+  for file in docs/man/tarnwick-md.1 completions/tarnwick-md.bash completions/_tarnwick-md; do
+    text=$(sed 's/\\-/-/g' "$source_dir/$file")
+    [[ $text == *"$option"* ]] && ok || fail "$file lacks $option"
+  done
+done
+bash -n "$source_dir/completions/tarnwick-md.bash" && ok || fail "the bash completion does not parse"
+
 echo "$passed passed, $failed failed"
 ((failed == 0))

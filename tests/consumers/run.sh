@@ -36,6 +36,10 @@ echo "== installed static library"
 quietly cmake --install "$build" --prefix "$work/static"
 [ "$("$work/static/bin/tarnwick-md" --version)" = "tarnwick-md $version" ] ||
   fail "tarnwick-md --version does not print 'tarnwick-md $version'"
+for f in share/man/man1/tarnwick-md.1 share/bash-completion/completions/tarnwick-md \
+  share/zsh/site-functions/_tarnwick-md; do
+  [ -f "$work/static/$f" ] || fail "$f is not installed"
+done
 
 echo "== find_package host"
 quietly cmake -S "$here/find_package" -B "$work/find" "${launcher[@]}" \

@@ -1,0 +1,20 @@
+# bash completion for tarnwick-md
+_tarnwick_md() {
+  local word=${COMP_WORDS[COMP_CWORD]} command=${COMP_WORDS[1]}
+  if ((COMP_CWORD == 1)); then
+    mapfile -t COMPREPLY < <(compgen -W "index outline links help --help --version -V" -- "$word")
+    return
+  fi
+  case $command in
+    index)
+      if [[ $word == -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "--help --verbose --quiet --prefix --stdin-path --hidden --follow --no-ignore --exclude --paths-from-cwd --files --jobs -h -v -q -j" -- "$word")
+      else
+        mapfile -t COMPREPLY < <(compgen -f -- "$word")
+      fi
+      ;;
+    outline | links) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
+    help) mapfile -t COMPREPLY < <(compgen -W "index outline links" -- "$word") ;;
+  esac
+}
+complete -o filenames -F _tarnwick_md tarnwick-md
