@@ -13,7 +13,13 @@ _tarnwick_md() {
         mapfile -t COMPREPLY < <(compgen -f -- "$word")
       fi
       ;;
-    outline | links) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
+    outline | links)
+      if [[ $word == -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "--help --json -h" -- "$word")
+      else
+        mapfile -t COMPREPLY < <(compgen -f -- "$word")
+      fi
+      ;;
     help) mapfile -t COMPREPLY < <(compgen -W "index outline links" -- "$word") ;;
   esac
 }

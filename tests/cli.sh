@@ -51,7 +51,7 @@ expect "index --jbos 2 docs" 2 "did you mean '--jobs'?"
 expect "--frob" 2 "unknown option '--frob'"
 expect "index -j 0 docs" 2 "--jobs"
 expect "index -j many docs" 2 "--jobs"
-expect "outline" 2 "FILE is required"
+expect "outline" 2 "PATH is required"
 expect "index --prefix p docs" 2 "--prefix needs a single file argument"
 expect "index missing.md" 1 "cannot read missing.md"
 
@@ -67,6 +67,14 @@ out=$(cd "$work" && "$binary" index -v docs/evil.md 2>&1 >/dev/null)
 rm "$work/docs/evil.md"
 printf 'no headings\n' >"$work/plain.md"
 expect "outline plain.md" 0 "plain.md has no headings"
+# The views take several files, directories and stdin, and give the index records with --json.
+out=$(cd "$work" && "$binary" outline docs plain.md 2>/dev/null)
+[[ $out == "docs/guide.md:"$'\n'"Guide  [1-2]"* ]] && ok || fail "outline docs plain.md printed: $out"
+out=$(cd "$work" && "$binary" links --json docs/guide.md)
+[ "$out" = "$(cd "$work" && "$binary" index docs/guide.md | grep '"type":"reference"')" ] && ok ||
+  fail "links --json printed: $out"
+out=$(cd "$work" && "$binary" outline - <docs/guide.md)
+[ "$out" = "Guide  [1-2]  a" ] && ok || fail "outline - printed: $out"
 expect "links plain.md" 0 "plain.md has no links to other files"
 # No progress line where stderr is not a terminal; on a terminal, one that never mixes with the
 # records: none when stdout is the same terminal, and a summary at the end (over the corpus,

@@ -130,21 +130,31 @@ int main(int argc, char** argv) {
       "  git show HEAD:README.md | tarnwick-md index --stdin-path README.md -\n\n" +
       std::string(EXIT_STATUS));
 
-  std::string file;
+  tarnwick::cli::ViewOptions view;
   auto* outline_command = app.add_subcommand(
       "outline",
-      "Show the outline of a Markdown file: its sections as an indented tree, each "
-      "with its line range and the start of its docstring.");
-  outline_command->add_option("FILE", file, "The Markdown file.")->required()->type_name("FILE");
-  outline_command->footer("Example:\n  tarnwick-md outline README.md\n\n" +
-                          std::string(EXIT_STATUS));
+      "Show the outline of Markdown files: their sections as an indented tree, each with its "
+      "line range and the start of its docstring.");
   auto* links_command = app.add_subcommand(
       "links",
-      "Show the links of a Markdown file to other files: line, kind, target and the "
-      "section that holds the link.");
-  links_command->add_option("FILE", file, "The Markdown file.")->required()->type_name("FILE");
-  links_command->footer("Example:\n  tarnwick-md links docs/tour.md\n\n" +
-                        std::string(EXIT_STATUS));
+      "Show the links of Markdown files to other files: line, kind, target and the heading "
+      "path of the section that holds the link.");
+  for (CLI::App* command : {outline_command, links_command}) {
+    command
+        ->add_option("PATH", view.paths,
+                     "Markdown files, directories (walked as index walks them) or '-' for "
+                     "stdin. Control characters are shown escaped, and lines cut to the "
+                     "terminal's width.")
+        ->required()
+        ->type_name("");
+    command->add_flag("--json", view.json, "Print the records of index instead, as JSON Lines.");
+  }
+  outline_command->footer(
+      "Examples:\n  tarnwick-md outline README.md\n  tarnwick-md outline docs\n\n" +
+      std::string(EXIT_STATUS));
+  links_command->footer(
+      "Examples:\n  tarnwick-md links docs/tour.md\n  tarnwick-md links --json docs\n\n" +
+      std::string(EXIT_STATUS));
 
   std::vector<std::string> commands;
   for (const CLI::App* command : app.get_subcommands({})) commands.push_back(command->get_name());
@@ -193,9 +203,9 @@ int main(int argc, char** argv) {
 
   int status = 0;
   if (outline_command->parsed()) {
-    status = tarnwick::cli::run_outline(file, std::cout, std::cerr);
+    status = tarnwick::cli::run_outline(view, std::cout, std::cerr);
   } else if (links_command->parsed()) {
-    status = tarnwick::cli::run_links(file, std::cout, std::cerr);
+    status = tarnwick::cli::run_links(view, std::cout, std::cerr);
   } else if (index_command->parsed()) {
     if (index.paths.empty()) index.paths.push_back(".");
     index.selection.git_ignores = !no_ignore;

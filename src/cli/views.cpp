@@ -1,6 +1,8 @@
 #include "cli/views.hpp"
 
 #include <fmt/format.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <ostream>
@@ -8,6 +10,7 @@
 #include <vector>
 
 #include "cli/index.hpp"
+#include "cli/records.hpp"
 #include "text/utf8.hpp"
 
 namespace tarnwick::cli {
@@ -35,54 +38,48 @@ std::string printable(std::string_view text) {
   return out;
 }
 
-// What the engine found in the single file at `path`; problems are written to `err`.
-std::optional<Extracted> extract_one(const std::string& path, std::ostream& err) {
-  const Selection selection = select_files({path});
-  for (const auto& error : selection.errors) {
-    err << "tarnwick-md: cannot read " << error.what << ": " << error.reason << "\n";
+// Lines cut to the terminal's width when stdout is a terminal; whole otherwise.
+class Screen {
+ public:
+  explicit Screen(std::ostream& out) : out_(out) {
+    struct winsize size {};
+    if (::isatty(STDOUT_FILENO) == 1 && ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0) {
+      width_ = size.ws_col;
+    }
   }
-  if (selection.files.size() != 1) {
-    if (selection.errors.empty()) err << "tarnwick-md: " << path << " is not a single file\n";
-    return std::nullopt;
+  void line(const std::string& text) {
+    if (width_ > 0 && text::code_point_count(text) > width_) {
+      out_ << text::shortened(text, width_) << "\n";
+    } else {
+      out_ << text << "\n";
+    }
   }
-  Extracted found = extract_file(selection.files[0], 1, false);
-  if (found.error) {
-    err << "tarnwick-md: cannot read " << found.error->what << ": " << found.error->reason << "\n";
-    return std::nullopt;
-  }
-  return found;
-}
 
-}  // namespace
+ private:
+  std::ostream& out_;
+  std::size_t width_ = 0;
+};
 
-int run_outline(const std::string& path, std::ostream& out, std::ostream& err) {
-  const auto found = extract_one(path, err);
-  if (!found) return 1;
-  if (found->found.symbols.empty()) err << "tarnwick-md: " << path << " has no headings\n";
+void outline(const Extracted& extracted, Screen& screen) {
   // Sections nest by their line ranges: a section lies within each section that holds it.
   std::vector<const Symbol*> holders;
-  for (const Symbol& section : found->found.symbols) {
+  for (const Symbol& section : extracted.found.symbols) {
     while (!holders.empty() && holders.back()->end_line < section.end_line) holders.pop_back();
-    out << fmt::format("{:{}}{}  [{}-{}]", "", 2 * holders.size(), printable(section.name),
-                       section.start_line, section.end_line);
+    std::string line = fmt::format("{:{}}{}  [{}-{}]", "", 2 * holders.size(),
+                                   printable(section.name), section.start_line, section.end_line);
     if (section.docstring) {
-      out << "  " << printable(text::shortened(*section.docstring, DOCSTRING_WIDTH));
+      line += "  " + printable(text::shortened(*section.docstring, DOCSTRING_WIDTH));
     }
-    out << "\n";
+    screen.line(line);
     holders.push_back(&section);
   }
-  return 0;
 }
 
-int run_links(const std::string& path, std::ostream& out, std::ostream& err) {
-  const auto found = extract_one(path, err);
-  if (!found) return 1;
-  if (found->found.references.empty()) {
-    err << "tarnwick-md: " << path << " has no links to other files\n";
-  }
+void links(const Extracted& extracted, Screen& screen) {
   // The section that holds a link, by its heading path: the FQN repeats the file's prefix.
   std::unordered_map<std::string_view, std::string_view> paths;
-  for (const Symbol& section : found->found.symbols) paths.emplace(section.fqn, section.signature);
+  for (const Symbol& section : extracted.found.symbols)
+    paths.emplace(section.fqn, section.signature);
   const auto heading_path = [&](const std::optional<std::string>& fqn) -> std::string {
     if (!fqn) return "-";
     const auto found_path = paths.find(*fqn);
@@ -90,18 +87,71 @@ int run_links(const std::string& path, std::ostream& out, std::ostream& err) {
   };
   std::vector<std::string> targets;
   std::size_t width = 0;
-  for (const auto& reference : found->found.references) {
+  for (const auto& reference : extracted.found.references) {
     targets.push_back(
         printable(reference.name + (reference.qualifier ? "#" + *reference.qualifier : "")));
     width = std::max(width, targets.back().size());
   }
   for (std::size_t i = 0; i < targets.size(); ++i) {
-    const auto& reference = found->found.references[i];
-    out << fmt::format("{:>5}  {:<9}  {:<{}}  {}\n", reference.line,
-                       engines::references::to_string(reference.kind), targets[i], width,
-                       printable(heading_path(reference.source_fqn)));
+    const auto& reference = extracted.found.references[i];
+    screen.line(fmt::format("{:>5}  {:<9}  {:<{}}  {}", reference.line,
+                            engines::references::to_string(reference.kind), targets[i], width,
+                            printable(heading_path(reference.source_fqn))));
   }
-  return 0;
+}
+
+enum class View { OUTLINE, LINKS };
+
+// Shows one view of every file of the paths; a header names each file when there are several.
+int show(View view, const ViewOptions& options, std::ostream& out, std::ostream& err) {
+  const Selection selection = select_files(options.paths);
+  bool failed = false;
+  for (const auto& error : selection.errors) {
+    err << "tarnwick-md: cannot read " << error.what << ": " << error.reason << "\n";
+    failed = true;
+  }
+  Screen screen(out);
+  const bool headers = selection.files.size() > 1 && !options.json;
+  std::string records;
+  extract_in_order(selection.files, 1, 1, false, [&](const SourceFile& file, const Extracted& e) {
+    const std::string name = file.location.string();
+    if (e.error) {
+      err << "tarnwick-md: cannot read " << e.error->what << ": " << e.error->reason << "\n";
+      failed = true;
+      return true;
+    }
+    const bool empty = view == View::OUTLINE ? e.found.symbols.empty() : e.found.references.empty();
+    if (empty) {
+      err << "tarnwick-md: " << name
+          << (view == View::OUTLINE ? " has no headings\n" : " has no links to other files\n");
+    }
+    if (options.json) {
+      records.clear();
+      if (view == View::OUTLINE) {
+        for (const Symbol& s : e.found.symbols) append_symbol_record(records, file.path, s);
+      } else {
+        for (const auto& r : e.found.references) {
+          append_reference_record(records, file.path, e.file_id, r);
+        }
+      }
+      out << records;
+      return static_cast<bool>(out);
+    }
+    if (headers && !empty) screen.line(printable(name) + ":");
+    view == View::OUTLINE ? outline(e, screen) : links(e, screen);
+    return static_cast<bool>(out);
+  });
+  return failed ? 1 : 0;
+}
+
+}  // namespace
+
+int run_outline(const ViewOptions& options, std::ostream& out, std::ostream& err) {
+  return show(View::OUTLINE, options, out, err);
+}
+
+int run_links(const ViewOptions& options, std::ostream& out, std::ostream& err) {
+  return show(View::LINKS, options, out, err);
 }
 
 }  // namespace tarnwick::cli
