@@ -177,6 +177,25 @@ $(diff <(cd "$examples" && "$binary" index "$(basename "$example")") "${example%
   fi
 done
 
+# Every example of the help runs, in a repository that has the files they name.
+examples_dir=$work/help-examples
+mkdir -p "$examples_dir/docs" "$examples_dir/notes"
+printf '# Tour\n[a](a.md)\n' >"$examples_dir/docs/tour.md"
+printf '# Setup\n' >"$examples_dir/notes/setup.md"
+printf '# Read me\n' >"$examples_dir/README.md"
+git -C "$examples_dir" init -q
+git -C "$examples_dir" add README.md
+git -C "$examples_dir" -c user.name=t -c user.email=t@t commit -qm examples
+for command in index outline links; do
+  while IFS= read -r example; do
+    if (cd "$examples_dir" && PATH="$(dirname "$binary"):$PATH" bash -o pipefail -c "$example" >/dev/null 2>&1); then
+      ok
+    else
+      fail "the example of 'help $command' fails: $example"
+    fi
+  done < <("$binary" help "$command" | sed -n 's/^  \(.*tarnwick-md .*\)$/\1/p')
+done
+
 # The man page and the completions know every option of the help, and the bash one parses.
 source_dir=$(dirname "$examples")/..
 for option in $("$binary" index --help | grep -o -- '--[a-z-]*' | sort -u); do
