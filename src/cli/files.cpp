@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <set>
 #include <system_error>
 
@@ -26,10 +27,6 @@ bool ends_with_ascii_nocase(std::string_view name, std::string_view suffix) {
   return std::equal(suffix.begin(), suffix.end(), name.end() - suffix.size(), [](char a, char b) {
     return a == (b >= 'A' && b <= 'Z' ? static_cast<char>(b - 'A' + 'a') : b);
   });
-}
-
-bool is_markdown(std::string_view name) {
-  return ends_with_ascii_nocase(name, ".md") || ends_with_ascii_nocase(name, ".markdown");
 }
 
 // What git ignores in the work tree that holds a directory, if one does: its .gitignore files,
@@ -92,10 +89,12 @@ bool matches_any(const std::vector<std::string>& globs, const std::string& name,
   });
 }
 
-// Walks a directory tree. An entry that cannot be read is named in the errors and the walk
-// goes on with every other one. Followed links never lead into a directory twice.
-void walk(const fs::path& root, const SelectionOptions& options, Selection& selection,
-          std::vector<SourceFile>& found) {
+// Walks a directory tree, handing each file and directory that the options keep to `visit`
+// with its path from the root. An entry that cannot be read is named in the errors and the
+// walk goes on with every other one. Followed links never lead into a directory twice.
+void walk(const fs::path& root, const SelectionOptions& options, std::vector<ReadError>& errors,
+          const std::function<void(const fs::directory_entry&, std::string path,
+                                   bool is_directory)>& visit) {
   const std::optional<GitIgnores> git =
       options.git_ignores ? std::optional<GitIgnores>(std::in_place, root) : std::nullopt;
   std::set<std::pair<dev_t, ino_t>> visited;
@@ -115,12 +114,12 @@ void walk(const fs::path& root, const SelectionOptions& options, Selection& sele
       const fs::file_status status =
           options.follow ? it->status(status_error) : it->symlink_status(status_error);
       if (status_error) {
-        selection.errors.push_back({it->path().string(), status_error.message()});
+        errors.push_back({it->path().string(), status_error.message()});
         continue;
       }
       const bool is_directory = fs::is_directory(status);
       const std::string name = it->path().filename().string();
-      const std::string path = it->path().lexically_relative(root).generic_string();
+      std::string path = it->path().lexically_relative(root).generic_string();
       if ((!options.hidden && name.starts_with('.')) ||
           (is_directory && (name == "node_modules" || name == ".git")) ||
           matches_any(options.excludes, name, path) ||
@@ -129,11 +128,12 @@ void walk(const fs::path& root, const SelectionOptions& options, Selection& sele
       }
       if (is_directory) {
         pending.push_back(it->path());
-      } else if (fs::is_regular_file(status) && is_markdown(name)) {
-        found.push_back({it->path(), path, fqn_prefix(path)});
+        visit(*it, std::move(path), true);
+      } else if (fs::is_regular_file(status)) {
+        visit(*it, std::move(path), false);
       }
     }
-    if (error) selection.errors.push_back({directory.string(), error.message()});
+    if (error) errors.push_back({directory.string(), error.message()});
   }
 }
 
@@ -144,6 +144,21 @@ std::string from_cwd(const fs::path& location) {
 }
 
 }  // namespace
+
+bool is_markdown(std::string_view name) {
+  return ends_with_ascii_nocase(name, ".md") || ends_with_ascii_nocase(name, ".markdown");
+}
+
+Tree list_tree(const fs::path& root, const SelectionOptions& options) {
+  Tree tree;
+  walk(root, options, tree.errors,
+       [&](const fs::directory_entry&, std::string path, bool is_directory) {
+         (is_directory ? tree.directories : tree.files).push_back(std::move(path));
+       });
+  std::sort(tree.files.begin(), tree.files.end());
+  std::sort(tree.directories.begin(), tree.directories.end());
+  return tree;
+}
 
 Selection select_files(const std::vector<std::string>& arguments, const SelectionOptions& options) {
   Selection selection;
@@ -163,7 +178,13 @@ Selection select_files(const std::vector<std::string>& arguments, const Selectio
     }
     if (fs::is_directory(status)) {
       std::vector<SourceFile> found;
-      walk(location, options, selection, found);
+      walk(location, options, selection.errors,
+           [&](const fs::directory_entry& entry, std::string path, bool is_directory) {
+             if (!is_directory && is_markdown(entry.path().filename().string())) {
+               std::string prefix = fqn_prefix(path);
+               found.push_back({entry.path(), std::move(path), std::move(prefix)});
+             }
+           });
       std::sort(found.begin(), found.end(),
                 [](const SourceFile& a, const SourceFile& b) { return a.path < b.path; });
       for (SourceFile& file : found) {

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tarnwick::cli {
@@ -43,6 +44,18 @@ struct SelectionOptions {
 // cannot be read is named in the errors, and the walk goes on.
 Selection select_files(const std::vector<std::string>& arguments,
                        const SelectionOptions& options = {});
+
+// Whether a file name names a Markdown file: *.md or *.markdown, in any case.
+bool is_markdown(std::string_view name);
+
+// Every file and directory under a root that the options keep (Markdown or not), as sorted
+// paths from the root with "/" separators; the same walk as select_files.
+struct Tree {
+  std::vector<std::string> files;
+  std::vector<std::string> directories;
+  std::vector<ReadError> errors;
+};
+Tree list_tree(const std::filesystem::path& root, const SelectionOptions& options);
 
 // The bytes of a file, or none with `reason` set to why it could not be read.
 std::optional<std::string> read_file(const std::filesystem::path& location, std::string& reason);

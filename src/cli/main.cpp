@@ -3,10 +3,12 @@
 
 #include <filesystem>
 #include <iostream>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "check/run.hpp"
 #include "cli/index.hpp"
 #include "cli/output.hpp"
 #include "cli/usage.hpp"
@@ -19,11 +21,15 @@ constexpr const char* PROGRAM = "tarnwick-md";
 
 constexpr const char* SHORT_USAGE =
     "Usage: tarnwick-md COMMAND [OPTIONS] [ARGS...]\n"
-    "Commands: index, outline, links, help. Run 'tarnwick-md help' for more.\n";
+    "Commands: index, check, outline, links, help. Run 'tarnwick-md help' for more.\n";
 
 constexpr const char* EXIT_STATUS =
     "Exit status: 0 success, 1 some input could not be read or the output could not be "
     "written, 2 usage error.";
+
+constexpr const char* CHECK_EXIT_STATUS =
+    "Exit status: 0 no problem, 1 problems found, 2 usage error, or some input could not be "
+    "read or the output could not be written.";
 
 // A usage error: one line naming the problem, a suggestion when there is one, exit status 2.
 int usage_error(const std::string& problem, const std::optional<std::string>& suggestion) {
@@ -130,6 +136,86 @@ int main(int argc, char** argv) {
       "  git show HEAD:README.md | tarnwick-md index --stdin-path README.md -\n\n" +
       std::string(EXIT_STATUS));
 
+  tarnwick::check::CheckOptions check;
+  auto* check_command = app.add_subcommand(
+      "check",
+      "Check every link of the Markdown files as github.com renders them: files, folders and "
+      "anchors (headings, HTML ids and names, footnotes), case-exact.");
+  check_command
+      ->add_option("PATH", check.paths,
+                   "Files or directories to check; each directory is a repository root, against "
+                   "whose files the links are checked. Markdown files are selected as index "
+                   "selects them. Default: the current directory.")
+      ->type_name("");
+  check_command
+      ->add_option("--root", check.root,
+                   "The repository root of all the paths, in place of each directory argument "
+                   "(and of the current directory for file arguments).")
+      ->type_name("DIR");
+  check_command
+      ->add_option("--format", check.format,
+                   "text (path:line:column: code: message), json (JSON Lines), sarif (SARIF "
+                   "2.1.0) or github (workflow annotations). Default: text.")
+      ->type_name("FORMAT")
+      ->transform(CLI::CheckedTransformer(std::map<std::string, tarnwick::check::Format>{
+                                              {"text", tarnwick::check::Format::text},
+                                              {"json", tarnwick::check::Format::json},
+                                              {"sarif", tarnwick::check::Format::sarif},
+                                              {"github", tarnwick::check::Format::github}})
+                      .description(""));
+  std::vector<std::string> ignored_codes;
+  check_command
+      ->add_option("--ignore", ignored_codes,
+                   "Do not report problems of this code (see below). May be repeated.")
+      ->type_name("CODE")
+      ->allow_extra_args(false);
+  check_command->add_flag("--wiki", check.wiki,
+                          "Check [[Page]], [[Page#Heading]] and [[Page|label]] wiki links too: a "
+                          "page is a Markdown file of that name anywhere under the root.");
+  check_command
+      ->add_option("--changed", check.changed,
+                   "Report only the links from these files and the links into them.")
+      ->type_name("FILE...");
+  check_command
+      ->add_option("--changed-since", check.changed_since,
+                   "Report only the links from and into the files that differ from the git "
+                   "commit REF (staged, unstaged and untracked changes included).")
+      ->type_name("REF");
+  check_command
+      ->add_option("--exclude", check.selection.excludes,
+                   "Check no links of files and folders whose name matches GLOB, or whose "
+                   "path does when GLOB holds a '/'. They still count as link targets. May be "
+                   "repeated.")
+      ->type_name("GLOB")
+      ->allow_extra_args(false);
+  check_command->add_flag("--hidden", check.selection.hidden,
+                          "Check the links of files under entries whose name starts with '.' "
+                          "too (they are always link targets).");
+  check_command->add_flag("--follow", check.selection.follow, "Follow symbolic links.");
+  bool check_no_ignore = false;
+  check_command->add_flag("--no-ignore", check_no_ignore,
+                          "Take what git ignores as part of the repository too.");
+  check.jobs = std::max(1u, std::thread::hardware_concurrency());
+  check_command
+      ->add_option("-j,--jobs", check.jobs,
+                   "Files read at once (1 to 1024). Default: the number of cores.")
+      ->type_name("N")
+      ->check(CLI::Range(1u, 1024u).description(""));
+  {
+    std::string codes = "Problem codes:\n";
+    for (const auto& code : tarnwick::check::CODES) {
+      codes += "  " + std::string(code.name) + std::string(27 - code.name.size(), ' ') +
+               std::string(code.description) + "\n";
+    }
+    check_command->footer(
+        codes +
+        "\nExamples:\n"
+        "  tarnwick-md check\n"
+        "  tarnwick-md check --ignore site-path --format github docs\n"
+        "  tarnwick-md check --changed-since origin/main --format sarif > links.sarif\n\n" +
+        std::string(CHECK_EXIT_STATUS));
+  }
+
   tarnwick::cli::ViewOptions view;
   auto* outline_command = app.add_subcommand(
       "outline",
@@ -202,6 +288,28 @@ int main(int argc, char** argv) {
   }
 
   int status = 0;
+  if (check_command->parsed()) {
+    if (check.paths.empty()) check.paths.push_back(".");
+    if (std::find(check.paths.begin(), check.paths.end(), "-") != check.paths.end()) {
+      return usage_error("check reads the files of a repository, not '-' (stdin)", std::nullopt);
+    }
+    if (!check.changed.empty() && check.changed_since) {
+      return usage_error("--changed and --changed-since cannot be used together", std::nullopt);
+    }
+    std::vector<std::string> code_names;
+    for (const auto& code : tarnwick::check::CODES) code_names.emplace_back(code.name);
+    for (const std::string& name : ignored_codes) {
+      const auto code = tarnwick::check::code_named(name);
+      if (!code) {
+        return usage_error("'" + name + "' is not a problem code",
+                           tarnwick::cli::nearest(name, code_names));
+      }
+      check.ignored.push_back(*code);
+    }
+    check.selection.git_ignores = !check_no_ignore;
+    std::ios::sync_with_stdio(false);
+    return tarnwick::check::run_check(check, std::cout, std::cerr);
+  }
   if (outline_command->parsed()) {
     status = tarnwick::cli::run_outline(view, std::cout, std::cerr);
   } else if (links_command->parsed()) {

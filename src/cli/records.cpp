@@ -50,37 +50,6 @@ void append_escape(std::string& out, unsigned char byte) {
   out += HEX[byte & 0xF];
 }
 
-// A JSON string. Bytes that are not UTF-8, which paths and prefixes from the file system may
-// hold, become U+FFFD a maximal ill-formed subpart at a time, as the engine decodes text.
-void append_string(std::string& out, std::string_view text) {
-  out += '"';
-  std::size_t copied = 0, pos = 0;
-  while (pos < text.size()) {
-    const auto byte = static_cast<unsigned char>(text[pos]);
-    if (byte < 0x80) {
-      if (!needs_escape(byte)) {
-        ++pos;
-        continue;
-      }
-      out.append(text, copied, pos - copied);
-      append_escape(out, byte);
-      ++pos;
-    } else {
-      const int length = utf8::sequence_length(text, pos);
-      if (length > 0) {
-        pos += static_cast<std::size_t>(length);
-        continue;
-      }
-      out.append(text, copied, pos - copied);
-      utf8::append_utf8(out, utf8::REPLACEMENT_CHARACTER);
-      pos += static_cast<std::size_t>(-length);
-    }
-    copied = pos;
-  }
-  out.append(text, copied);
-  out += '"';
-}
-
 void append_number(std::string& out, std::int64_t number) {
   char digits[24];
   const auto end = std::to_chars(std::begin(digits), std::end(digits), number).ptr;
@@ -101,7 +70,7 @@ class Record {
 
   void text(std::string_view name, std::string_view value) {
     key(name);
-    append_string(out_, value);
+    append_json_string(out_, value);
   }
   void text_or_null(std::string_view name, const std::optional<std::string>& value) {
     if (value) return text(name, *value);
@@ -136,6 +105,35 @@ class Record {
 };
 
 }  // namespace
+
+void append_json_string(std::string& out, std::string_view text) {
+  out += '"';
+  std::size_t copied = 0, pos = 0;
+  while (pos < text.size()) {
+    const auto byte = static_cast<unsigned char>(text[pos]);
+    if (byte < 0x80) {
+      if (!needs_escape(byte)) {
+        ++pos;
+        continue;
+      }
+      out.append(text, copied, pos - copied);
+      append_escape(out, byte);
+      ++pos;
+    } else {
+      const int length = utf8::sequence_length(text, pos);
+      if (length > 0) {
+        pos += static_cast<std::size_t>(length);
+        continue;
+      }
+      out.append(text, copied, pos - copied);
+      utf8::append_utf8(out, utf8::REPLACEMENT_CHARACTER);
+      pos += static_cast<std::size_t>(-length);
+    }
+    copied = pos;
+  }
+  out.append(text, copied);
+  out += '"';
+}
 
 void append_symbol_record(std::string& out, const std::string& path, const Symbol& symbol) {
   Record record(out, "symbol");

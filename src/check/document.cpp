@@ -1,0 +1,500 @@
+// GitHub renders a repository's Markdown with cmark-gfm, so the same parser decides here what
+// is a link and what a heading's text is. cmark-gfm keeps no reference definitions in its tree
+// and only resolved URLs in its links, so what was written is read back from the source at the
+// positions it gives.
+#include "check/document.hpp"
+
+#include <cmark-gfm-core-extensions.h>
+#include <cmark-gfm.h>
+
+#include <algorithm>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <utility>
+
+#include "check/html.hpp"
+#include "check/slug.hpp"
+
+namespace tarnwick::check {
+
+namespace {
+
+bool is_blank(char c) {
+  return c == ' ' || c == '\t';
+}
+
+bool is_space(char c) {
+  return is_blank(c) || c == '\n' || c == '\r';
+}
+
+// The offsets at which the source's lines start; a line ends at "\n", "\r\n" or "\r".
+std::vector<std::size_t> line_starts(std::string_view source) {
+  std::vector<std::size_t> starts{0};
+  for (std::size_t pos = 0; pos < source.size(); ++pos) {
+    if (source[pos] == '\r' && pos + 1 < source.size() && source[pos + 1] == '\n') ++pos;
+    if (source[pos] == '\n' || source[pos] == '\r') starts.push_back(pos + 1);
+  }
+  return starts;
+}
+
+std::size_t line_end(std::string_view source, std::size_t pos) {
+  const std::size_t end = source.find_first_of("\r\n", pos);
+  return end == std::string_view::npos ? source.size() : end;
+}
+
+// The source with YAML front matter (a first line "---" up to a line "---" or "...") blanked,
+// so that lines and columns stay those of the file.
+std::string without_front_matter(std::string_view source) {
+  std::string text(source);
+  const auto is_fence = [&](std::size_t start, std::string_view fence) {
+    std::string_view line = source.substr(start, line_end(source, start) - start);
+    while (!line.empty() && is_blank(line.back())) line.remove_suffix(1);
+    return line == fence;
+  };
+  if (!is_fence(0, "---")) return text;
+  for (std::size_t start = line_end(source, 0); start < source.size();) {
+    start +=
+        source[start] == '\r' && start + 1 < source.size() && source[start + 1] == '\n' ? 2 : 1;
+    if (start <= source.size() && (is_fence(start, "---") || is_fence(start, "..."))) {
+      const std::size_t end = line_end(source, start);
+      for (std::size_t pos = 0; pos < end; ++pos) {
+        if (text[pos] != '\n' && text[pos] != '\r') text[pos] = ' ';
+      }
+      return text;
+    }
+    start = line_end(source, start);
+  }
+  return text;
+}
+
+// The label as definitions and references are matched: case folded, white space collapsed.
+std::string normalize_label(std::string_view label) {
+  std::string collapsed;
+  bool space = false;
+  for (const char c : label) {
+    if (is_space(c)) {
+      space = !collapsed.empty();
+      continue;
+    }
+    if (space) collapsed += ' ';
+    space = false;
+    collapsed += c;
+  }
+  return case_fold(collapsed);
+}
+
+bool is_escaped(std::string_view text, std::size_t pos) {
+  std::size_t backslashes = 0;
+  while (pos > backslashes && text[pos - backslashes - 1] == '\\') ++backslashes;
+  return backslashes % 2 == 1;
+}
+
+// Moves past the destination and optional title of an inline link, from just after its "(";
+// the destination as written is returned through `written`. Returns where ")" should be.
+std::size_t skip_destination_and_title(std::string_view link, std::size_t pos,
+                                       std::string_view& written) {
+  while (pos < link.size() && is_space(link[pos])) ++pos;
+  if (pos < link.size() && link[pos] == '<') {
+    std::size_t close = pos + 1;
+    while (close < link.size() && (link[close] != '>' || is_escaped(link, close))) ++close;
+    written = link.substr(pos + 1, close - pos - 1);
+    pos = close + 1;
+  } else {
+    const std::size_t start = pos;
+    int depth = 0;
+    for (; pos < link.size() && !is_space(link[pos]); ++pos) {
+      if (link[pos] == '\\') {
+        ++pos;
+      } else if (link[pos] == '(') {
+        ++depth;
+      } else if (link[pos] == ')') {
+        if (depth == 0) break;
+        --depth;
+      }
+    }
+    pos = std::min(pos, link.size());
+    written = link.substr(start, pos - start);
+  }
+  while (pos < link.size() && is_space(link[pos])) ++pos;
+  if (pos < link.size() && (link[pos] == '"' || link[pos] == '\'' || link[pos] == '(')) {
+    const char close = link[pos] == '(' ? ')' : link[pos];
+    ++pos;
+    while (pos < link.size() && (link[pos] != close || is_escaped(link, pos))) ++pos;
+    ++pos;
+    while (pos < link.size() && is_space(link[pos])) ++pos;
+  }
+  return pos;
+}
+
+// The destination of an inline link as written: the one after a "](" that runs, with its
+// title, to the link's final ")". A link's text may hold images, so the first "](" is not
+// always the one.
+std::optional<std::string_view> inline_destination(std::string_view link) {
+  for (std::size_t at = link.find("]("); at != std::string_view::npos;
+       at = link.find("](", at + 1)) {
+    std::string_view written;
+    if (skip_destination_and_title(link, at + 2, written) == link.size() - 1) return written;
+  }
+  return std::nullopt;
+}
+
+// The label a reference link uses: of "[text][label]" the label, of "[text][]" and "[text]"
+// the text.
+std::optional<std::string_view> reference_label(std::string_view link) {
+  const std::size_t text_start = link.starts_with("!") ? 2 : 1;
+  std::size_t open = link.size() - 1;
+  while (open > 0) {
+    --open;
+    if ((link[open] == '[' || link[open] == ']') && !is_escaped(link, open)) break;
+  }
+  if (link[open] != '[') return std::nullopt;
+  const std::string_view content = link.substr(open + 1, link.size() - open - 2);
+  if (open + 1 <= text_start) return content;  // [label]
+  if (!content.empty()) return content;        // [text][label]
+  if (open < text_start + 1 || link[open - 1] != ']') return std::nullopt;
+  return link.substr(text_start, open - 1 - text_start);  // [label][]
+}
+
+// Skips the markers of block quotes and list items that open a line, and its indentation.
+std::size_t skip_container_markers(std::string_view source, std::size_t pos, std::size_t end) {
+  for (;;) {
+    while (pos < end && is_blank(source[pos])) ++pos;
+    if (pos < end && source[pos] == '>') {
+      ++pos;
+      continue;
+    }
+    std::size_t marker = pos;
+    if (marker < end && (source[marker] == '-' || source[marker] == '+' || source[marker] == '*')) {
+      ++marker;
+    } else {
+      while (marker < end && marker - pos < 9 && source[marker] >= '0' && source[marker] <= '9') {
+        ++marker;
+      }
+      if (marker == pos || marker >= end || (source[marker] != '.' && source[marker] != ')')) {
+        return pos;
+      }
+      ++marker;
+    }
+    if (marker >= end || !is_blank(source[marker])) return pos;
+    pos = marker;
+  }
+}
+
+struct Definition {
+  std::int64_t line = 0;
+  std::int64_t column = 0;
+  std::string written;
+};
+
+using Lines = std::vector<std::pair<std::int64_t, std::int64_t>>;
+
+// The link reference definitions of the source, by normalised label; the first of a label
+// wins. Lines of code and HTML blocks hold none.
+std::unordered_map<std::string, Definition> find_definitions(std::string_view source,
+                                                             const std::vector<std::size_t>& starts,
+                                                             const Lines& excluded) {
+  std::unordered_map<std::string, Definition> definitions;
+  for (std::size_t index = 0; index < starts.size(); ++index) {
+    const auto line = static_cast<std::int64_t>(index) + 1;
+    if (std::any_of(excluded.begin(), excluded.end(), [&](const auto& range) {
+          return line >= range.first && line <= range.second;
+        })) {
+      continue;
+    }
+    const std::size_t end = line_end(source, starts[index]);
+    const std::size_t open = skip_container_markers(source, starts[index], end);
+    if (open >= end || source[open] != '[' || source.substr(open + 1).starts_with("^")) continue;
+    std::size_t close = open + 1;
+    while (close < end && (source[close] != ']' || is_escaped(source, close)) &&
+           (source[close] != '[' || is_escaped(source, close))) {
+      ++close;
+    }
+    if (close + 1 >= end || source[close] != ']' || source[close + 1] != ':') continue;
+    std::size_t pos = close + 2;
+    while (pos < end && is_blank(source[pos])) ++pos;
+    if (pos == end && index + 1 < starts.size()) {
+      const std::size_t next_end = line_end(source, starts[index + 1]);
+      pos = starts[index + 1];
+      while (pos < next_end && (is_blank(source[pos]) || source[pos] == '>')) ++pos;
+    }
+    const std::size_t destination_end = line_end(source, pos);
+    std::string_view written;
+    if (pos < destination_end && source[pos] == '<') {
+      const std::size_t gt = source.find('>', pos);
+      written = source.substr(pos + 1, std::min(gt, destination_end) - pos - 1);
+    } else {
+      std::size_t stop = pos;
+      while (stop < destination_end && !is_space(source[stop])) ++stop;
+      written = source.substr(pos, stop - pos);
+    }
+    definitions.try_emplace(normalize_label(source.substr(open + 1, close - open - 1)),
+                            Definition{line, static_cast<std::int64_t>(open - starts[index]) + 1,
+                                       std::string(written)});
+  }
+  return definitions;
+}
+
+const char* literal(cmark_node* node) {
+  const char* text = cmark_node_get_literal(node);
+  return text ? text : "";
+}
+
+// The text of a heading as a browser shows it: text, code and link text, no image alt, no
+// tags; line breaks become "\n", which the id drops.
+void append_rendered_text(cmark_node* node, std::string& text) {
+  for (cmark_node* child = cmark_node_first_child(node); child; child = cmark_node_next(child)) {
+    switch (cmark_node_get_type(child)) {
+      case CMARK_NODE_TEXT:
+      case CMARK_NODE_CODE:
+        text += literal(child);
+        break;
+      case CMARK_NODE_SOFTBREAK:
+      case CMARK_NODE_LINEBREAK:
+        text += '\n';
+        break;
+      case CMARK_NODE_IMAGE:
+      case CMARK_NODE_HTML_INLINE:
+      case CMARK_NODE_FOOTNOTE_REFERENCE:
+        break;
+      default:
+        append_rendered_text(child, text);
+    }
+  }
+}
+
+// The id of a "{#id}" attribute that ends a heading's text, as site generators read it.
+std::optional<std::string> custom_id(std::string_view text) {
+  while (!text.empty() && is_space(text.back())) text.remove_suffix(1);
+  if (!text.ends_with('}')) return std::nullopt;
+  const std::size_t open = text.rfind("{#");
+  if (open == std::string_view::npos) return std::nullopt;
+  // "{#id .class key=value}": the id comes first.
+  const std::string_view inside = text.substr(open + 2, text.size() - open - 3);
+  const std::string_view id = inside.substr(0, inside.find(' '));
+  if (id.empty()) return std::nullopt;
+  return std::string(id);
+}
+
+cmark_syntax_extension* extension(const char* name) {
+  static std::once_flag registered;
+  std::call_once(registered, cmark_gfm_core_extensions_ensure_registered);
+  return cmark_find_syntax_extension(name);
+}
+
+using Node = std::unique_ptr<cmark_node, decltype(&cmark_node_free)>;
+
+// GitHub's rendering: its extensions, footnotes on.
+Node parse_as_github(const std::string& text) {
+  std::unique_ptr<cmark_parser, decltype(&cmark_parser_free)> parser(
+      cmark_parser_new(CMARK_OPT_SOURCEPOS | CMARK_OPT_FOOTNOTES), &cmark_parser_free);
+  for (const char* name : {"table", "strikethrough", "autolink", "tagfilter", "tasklist"}) {
+    if (cmark_syntax_extension* found = extension(name)) {
+      cmark_parser_attach_syntax_extension(parser.get(), found);
+    }
+  }
+  cmark_parser_feed(parser.get(), text.data(), text.size());
+  return Node(cmark_parser_finish(parser.get()), &cmark_node_free);
+}
+
+class Reader {
+ public:
+  Reader(std::string_view source, bool wiki)
+      : text_(without_front_matter(source)),
+        source_(text_),
+        starts_(line_starts(source_)),
+        wiki_(wiki) {}
+
+  LinkedDocument read() {
+    const Node document = parse_as_github(text_);
+    std::unique_ptr<cmark_iter, decltype(&cmark_iter_free)> iterator(cmark_iter_new(document.get()),
+                                                                     &cmark_iter_free);
+    for (cmark_event_type event; (event = cmark_iter_next(iterator.get())) != CMARK_EVENT_DONE;) {
+      if (event == CMARK_EVENT_ENTER) visit(cmark_iter_get_node(iterator.get()));
+    }
+    resolve_references();
+    return std::move(found_);
+  }
+
+ private:
+  struct ReferenceUse {
+    std::string label;
+    std::string destination;
+    std::int64_t line, column;
+  };
+
+  void visit(cmark_node* node) {
+    switch (cmark_node_get_type(node)) {
+      case CMARK_NODE_HEADING:
+        heading(node);
+        break;
+      case CMARK_NODE_LINK:
+      case CMARK_NODE_IMAGE:
+        link(node);
+        break;
+      case CMARK_NODE_HTML_BLOCK:
+        blocks_without_definitions_.emplace_back(cmark_node_get_start_line(node),
+                                                 cmark_node_get_end_line(node));
+        html(node);
+        break;
+      case CMARK_NODE_HTML_INLINE:
+        html(node);
+        break;
+      case CMARK_NODE_CODE_BLOCK:
+        blocks_without_definitions_.emplace_back(cmark_node_get_start_line(node),
+                                                 cmark_node_get_end_line(node));
+        break;
+      case CMARK_NODE_FOOTNOTE_REFERENCE:
+        found_.anchors.insert(std::string("fn-") + literal(node));
+        found_.anchors.insert(std::string("fnref-") + literal(node));
+        break;
+      case CMARK_NODE_TEXT:
+        if (wiki_ && !is_text(cmark_node_previous(node))) wiki_links(node);
+        break;
+      default:
+        break;
+    }
+  }
+
+  void heading(cmark_node* node) {
+    std::string text;
+    append_rendered_text(node, text);
+    std::string id = ids_.next(text);
+    if (const auto custom = custom_id(text)) found_.custom_ids.try_emplace(lowercase(*custom), id);
+    if (!id.empty()) found_.anchors.insert(std::move(id));
+  }
+
+  // The source between two positions cmark-gfm gives, both inclusive; none when they fall
+  // outside it.
+  std::optional<std::string_view> source_span(cmark_node* node) const {
+    const auto offset = [&](int line, int column) -> std::optional<std::size_t> {
+      if (line < 1 || static_cast<std::size_t>(line) > starts_.size() || column < 1) return {};
+      const std::size_t at =
+          starts_[static_cast<std::size_t>(line) - 1] + static_cast<std::size_t>(column) - 1;
+      return at < source_.size() ? std::optional(at) : std::nullopt;
+    };
+    const auto begin = offset(cmark_node_get_start_line(node), cmark_node_get_start_column(node));
+    const auto end = offset(cmark_node_get_end_line(node), cmark_node_get_end_column(node));
+    if (!begin || !end || *end < *begin) return std::nullopt;
+    return source_.substr(*begin, *end - *begin + 1);
+  }
+
+  void link(cmark_node* node) {
+    const std::string destination = cmark_node_get_url(node) ? cmark_node_get_url(node) : "";
+    if (destination.empty() || is_external(destination)) return;
+    const std::int64_t line = cmark_node_get_start_line(node);
+    const std::int64_t column = cmark_node_get_start_column(node);
+    const auto span = source_span(node);
+    if (span && (span->starts_with('[') || span->starts_with("!["))) {
+      if (span->ends_with(')')) {
+        if (const auto written = inline_destination(*span)) {
+          found_.links.push_back({destination, std::string(*written), line, column});
+          return;
+        }
+      } else if (const auto label = reference_label(*span)) {
+        references_.push_back({normalize_label(*label), destination, line, column});
+        return;
+      }
+    }
+    found_.links.push_back({destination, destination, line, column});
+  }
+
+  // A reference link is reported at its definition, once however often it is used.
+  void resolve_references() {
+    if (references_.empty()) return;
+    const auto definitions = find_definitions(source_, starts_, blocks_without_definitions_);
+    std::set<std::pair<std::int64_t, std::int64_t>> reported;
+    for (ReferenceUse& use : references_) {
+      const auto definition = definitions.find(use.label);
+      if (definition == definitions.end()) {
+        found_.links.push_back({use.destination, use.destination, use.line, use.column});
+      } else if (reported.emplace(definition->second.line, definition->second.column).second) {
+        found_.links.push_back({std::move(use.destination), definition->second.written,
+                                definition->second.line, definition->second.column});
+      }
+    }
+  }
+
+  void html(cmark_node* node) {
+    const std::string_view text = literal(node);
+    const std::int64_t line = cmark_node_get_start_line(node);
+    const std::int64_t column = cmark_node_get_start_column(node);
+    for_each_attribute(text, [&](const HtmlAttribute& attribute) {
+      if (attribute.name == "id" || attribute.name == "name") {
+        if (!attribute.value.empty()) found_.anchors.insert(attribute.value);
+        return;
+      }
+      if (attribute.name != "href" && attribute.name != "src") return;
+      if (attribute.value.empty() || is_external(attribute.value)) return;
+      const std::string_view before = text.substr(0, attribute.offset);
+      const auto newlines = std::count(before.begin(), before.end(), '\n');
+      const std::size_t line_start = before.rfind('\n');
+      const std::int64_t at_column = line_start == std::string_view::npos
+                                         ? column + static_cast<std::int64_t>(attribute.offset)
+                                         : static_cast<std::int64_t>(attribute.offset - line_start);
+      found_.links.push_back(
+          {attribute.value, attribute.value, line + newlines, at_column, LinkSyntax::html});
+    });
+  }
+
+  static bool is_text(cmark_node* node) {
+    return node && cmark_node_get_type(node) == CMARK_NODE_TEXT;
+  }
+
+  // cmark-gfm splits "[[Page]]" into several text nodes: the run of them is read as one.
+  void wiki_links(cmark_node* first) {
+    std::string run;
+    std::vector<std::pair<std::size_t, cmark_node*>> pieces;
+    for (cmark_node* node = first; is_text(node); node = cmark_node_next(node)) {
+      pieces.emplace_back(run.size(), node);
+      run += literal(node);
+    }
+    for (std::size_t open = run.find("[["); open != std::string::npos;
+         open = run.find("[[", open + 2)) {
+      const std::size_t close = run.find("]]", open + 2);
+      if (close == std::string::npos) return;
+      const std::string_view inside = std::string_view(run).substr(open + 2, close - open - 2);
+      const std::string_view page = inside.substr(0, inside.find('|'));
+      if (page.empty() || page.find('[') != std::string_view::npos) continue;
+      const auto piece =
+          std::prev(std::upper_bound(pieces.begin(), pieces.end(), open,
+                                     [](std::size_t at, const auto& p) { return at < p.first; }));
+      found_.links.push_back({std::string(page), std::string(page),
+                              cmark_node_get_start_line(piece->second),
+                              cmark_node_get_start_column(piece->second) +
+                                  static_cast<std::int64_t>(open - piece->first),
+                              LinkSyntax::wiki});
+      open = close;
+    }
+  }
+
+  std::string text_;  // the source with its front matter blanked
+  std::string_view source_;
+  std::vector<std::size_t> starts_;
+  bool wiki_;
+  HeadingIds ids_;
+  LinkedDocument found_;
+  std::vector<ReferenceUse> references_;
+  Lines blocks_without_definitions_;
+};
+
+}  // namespace
+
+bool is_external(std::string_view destination) {
+  if (destination.starts_with("//")) return true;
+  const auto is_letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };
+  if (destination.empty() || !is_letter(destination[0])) return false;
+  for (std::size_t pos = 1; pos < destination.size(); ++pos) {
+    const char c = destination[pos];
+    if (c == ':') return true;
+    if (!is_letter(c) && !(c >= '0' && c <= '9') && c != '+' && c != '.' && c != '-') return false;
+  }
+  return false;
+}
+
+LinkedDocument read_links(std::string_view markdown, bool wiki) {
+  return Reader(markdown, wiki).read();
+}
+
+}  // namespace tarnwick::check
