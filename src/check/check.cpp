@@ -373,14 +373,22 @@ void Repository::suggest(Problem& problem) const {
     case Code::site_path: {
       const auto names = children_.find(std::string(parent_of(problem.resolved)));
       if (names == children_.end()) return;
-      const auto near = cli::nearest(name_of(problem.resolved), names->second);
-      if (!near) return;
+      // Names are compared without their extensions, which would make any two short names near.
+      const auto stem = [](std::string_view name) {
+        return std::string(name.substr(0, name.rfind('.')));
+      };
+      std::vector<std::string> stems;
+      for (const std::string& name : names->second) stems.push_back(stem(name));
+      const auto near_stem = cli::nearest(stem(name_of(problem.resolved)), stems);
+      if (!near_stem) return;
+      const std::string& near = names->second[static_cast<std::size_t>(
+          std::find(stems.begin(), stems.end(), *near_stem) - stems.begin())];
       const std::size_t slash = written_path.find_last_of(
           '/', written_path.size() - (written_path.ends_with('/') ? 2 : 1));
       const std::string_view kept =
           slash == std::string_view::npos ? std::string_view() : written_path.substr(0, slash + 1);
       problem.suggestion =
-          std::string(kept) + *near + std::string(written.substr(written_path.size()));
+          std::string(kept) + near + std::string(written.substr(written_path.size()));
       return;
     }
     case Code::missing_anchor:

@@ -346,8 +346,7 @@ class Reader {
                                                  cmark_node_get_end_line(node));
         break;
       case CMARK_NODE_FOOTNOTE_REFERENCE:
-        found_.anchors.insert(std::string("fn-") + literal(node));
-        found_.anchors.insert(std::string("fnref-") + literal(node));
+        footnote(node);
         break;
       case CMARK_NODE_TEXT:
         if (wiki_ && !is_text(cmark_node_previous(node))) wiki_links(node);
@@ -365,16 +364,28 @@ class Reader {
     if (!id.empty()) found_.anchors.insert(std::move(id));
   }
 
+  // A footnote's note and its first reference have ids made of its label, which the tree
+  // does not keep (the reference's literal is its number): it is read from "[^label]".
+  void footnote(cmark_node* node) {
+    const auto span =
+        source_span(node, cmark_node_get_start_line(node), cmark_node_get_start_column(node));
+    if (!span || !span->starts_with("[^") || !span->ends_with(']')) return;
+    const std::string_view label = span->substr(2, span->size() - 3);
+    found_.anchors.insert("fn-" + std::string(label));
+    found_.anchors.insert("fnref-" + std::string(label));
+  }
+
   // The source between two positions cmark-gfm gives, both inclusive; none when they fall
   // outside it.
-  std::optional<std::string_view> source_span(cmark_node* node) const {
+  std::optional<std::string_view> source_span(cmark_node* node, int start_line,
+                                              int start_column) const {
     const auto offset = [&](int line, int column) -> std::optional<std::size_t> {
       if (line < 1 || static_cast<std::size_t>(line) > starts_.size() || column < 1) return {};
       const std::size_t at =
           starts_[static_cast<std::size_t>(line) - 1] + static_cast<std::size_t>(column) - 1;
       return at < source_.size() ? std::optional(at) : std::nullopt;
     };
-    const auto begin = offset(cmark_node_get_start_line(node), cmark_node_get_start_column(node));
+    const auto begin = offset(start_line, start_column);
     const auto end = offset(cmark_node_get_end_line(node), cmark_node_get_end_column(node));
     if (!begin || !end || *end < *begin) return std::nullopt;
     return source_.substr(*begin, *end - *begin + 1);
@@ -383,9 +394,18 @@ class Reader {
   void link(cmark_node* node) {
     const std::string destination = cmark_node_get_url(node) ? cmark_node_get_url(node) : "";
     if (destination.empty() || is_external(destination)) return;
-    const std::int64_t line = cmark_node_get_start_line(node);
-    const std::int64_t column = cmark_node_get_start_column(node);
-    const auto span = source_span(node);
+    int line = cmark_node_get_start_line(node);
+    int column = cmark_node_get_start_column(node);
+    // cmark-gfm places a link whose text spans lines at its last line; its text starts right.
+    if (cmark_node* text = cmark_node_first_child(node)) {
+      const int text_line = cmark_node_get_start_line(text);
+      if (text_line > 0 && text_line < line) {
+        line = text_line;
+        column = cmark_node_get_start_column(text) -
+                 (cmark_node_get_type(node) == CMARK_NODE_IMAGE ? 2 : 1);
+      }
+    }
+    const auto span = source_span(node, line, column);
     if (span && (span->starts_with('[') || span->starts_with("!["))) {
       if (span->ends_with(')')) {
         if (const auto written = inline_destination(*span)) {
@@ -430,12 +450,27 @@ class Reader {
       const std::string_view before = text.substr(0, attribute.offset);
       const auto newlines = std::count(before.begin(), before.end(), '\n');
       const std::size_t line_start = before.rfind('\n');
-      const std::int64_t at_column = line_start == std::string_view::npos
-                                         ? column + static_cast<std::int64_t>(attribute.offset)
-                                         : static_cast<std::int64_t>(attribute.offset - line_start);
-      found_.links.push_back(
-          {attribute.value, attribute.value, line + newlines, at_column, LinkSyntax::html});
+      found_.links.push_back({attribute.value, attribute.value, line + newlines,
+                              line_start == std::string_view::npos
+                                  ? column + static_cast<std::int64_t>(attribute.offset)
+                                  : continued_column(line + newlines, text.substr(line_start + 1),
+                                                     attribute.offset - line_start - 1),
+                              LinkSyntax::html});
     });
+  }
+
+  // The column of `offset` in a later line of raw HTML, whose indentation and container
+  // markers the literal may have lost: where the line's text is found in the source line.
+  std::int64_t continued_column(std::int64_t line, std::string_view html_line,
+                                std::size_t offset) const {
+    const std::size_t start = starts_[static_cast<std::size_t>(line) - 1];
+    const std::string_view source_line = source_.substr(start, line_end(source_, start) - start);
+    std::size_t indent = 0;
+    while (indent < offset && is_blank(html_line[indent])) ++indent;
+    const std::size_t found = source_line.find(html_line.substr(indent, offset - indent + 1));
+    return static_cast<std::int64_t>((found == std::string_view::npos ? indent : found) + offset -
+                                     indent) +
+           1;
   }
 
   static bool is_text(cmark_node* node) {

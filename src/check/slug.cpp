@@ -36,7 +36,12 @@ std::string case_fold(std::string_view text) {
 
 std::string slug(std::string_view text) {
   const std::string lowered = lowercase(text);
-  constexpr auto KEPT = U_GC_L_MASK | U_GC_M_MASK | U_GC_N_MASK | U_GC_PC_MASK;
+  // The word characters GitHub's rule keeps: alphabetic characters (letters, letter numbers
+  // such as "Ⅷ", circled letters), marks, decimal digits and connector punctuation.
+  const auto is_word = [](UChar32 c) {
+    return u_hasBinaryProperty(c, UCHAR_ALPHABETIC) ||
+           (U_GET_GC_MASK(c) & (U_GC_M_MASK | U_GC_ND_MASK | U_GC_PC_MASK)) != 0;
+  };
   std::string id;
   id.reserve(lowered.size());
   const auto* bytes = reinterpret_cast<const uint8_t*>(lowered.data());
@@ -47,7 +52,7 @@ std::string slug(std::string_view text) {
     U8_NEXT(bytes, pos, length, c);
     if (c == ' ') {
       id += '-';
-    } else if (c == '-' || (c >= 0 && (U_GET_GC_MASK(c) & KEPT) != 0)) {
+    } else if (c == '-' || (c >= 0 && is_word(c))) {
       id.append(lowered, static_cast<std::size_t>(start), static_cast<std::size_t>(pos - start));
     }
   }

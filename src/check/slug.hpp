@@ -15,8 +15,8 @@ std::string lowercase(std::string_view text);
 std::string case_fold(std::string_view text);
 
 // The id of a heading whose rendered text is `text`, before repeats are numbered: the text
-// lowercased, every character that is not a letter, mark, number, connector punctuation, "-"
-// or space removed, and each space turned into "-", nothing collapsed or trimmed.
+// lowercased, every character that is not alphabetic, a mark, a decimal digit, connector
+// punctuation, "-" or space removed, and each space turned into "-", nothing collapsed or trimmed.
 std::string slug(std::string_view text);
 
 // The ids of one document's headings in order: a repeated slug gets "-1", "-2", ..., a suffix
