@@ -25,8 +25,7 @@ struct Selection {
   std::vector<ReadError> errors;
 };
 
-// How arguments become files. The defaults select as the record format says, leaving out
-// besides what git and .ignore files ignore inside a git work tree.
+// How arguments become files. The defaults select as the record format says.
 struct SelectionOptions {
   std::optional<std::string> prefix;      // the FQN prefix of a single file argument
   std::optional<std::string> stdin_path;  // the path under which "-" (stdin) is indexed
