@@ -116,6 +116,38 @@ for case in "|repo/drafts/d.md repo/kept.md repo/sub/s.md " \
   got=$(selected $flags repo)
   [ "$got" = "$expected" ] && ok || fail "index --files $flags repo gave '$got', not '$expected'"
 done
+# .ignore files, inside a git work tree: patterns relative to their directory (anchored by a "/"
+# or matched at any depth below it), a deeper file's rules over a higher one's, all of them over
+# .gitignore, those above the argument applying too, a glob character in a directory's name taken
+# literally, and lines written as git reads them (comments, blank lines, trailing spaces, CRLF).
+dot=$work/dotignore
+mkdir -p "$dot/gen" "$dot/sub/old" "$dot/sub/deep/old" "$dot/we[i]rd" "$dot/weird"
+git -C "$dot" init -q
+printf 'secret.md\nprivate.md\ngen/\n' >"$dot/.gitignore"
+printf '# drafts stay out\n\n   \ndrafts.md\n!secret.md\n!sub/private.md\n/top.md\n' >"$dot/.ignore"
+printf '/local.md\r\nany.md\r\nold*/  \r\ndeep/x.md\r\n' >"$dot/sub/.ignore"
+printf '!any.md\n' >"$dot/sub/deep/.ignore"
+printf 'a.md\n' >"$dot/we[i]rd/.ignore"
+for f in kept.md drafts.md secret.md private.md top.md any.md gen/g.md sub/top.md sub/drafts.md \
+  sub/secret.md sub/private.md sub/local.md sub/any.md sub/old/o.md sub/old.md sub/deep/local.md \
+  sub/deep/any.md sub/deep/x.md sub/deep/old/o.md "we[i]rd/a.md" weird/a.md; do
+  printf '# %s\n' "$f" >"$dot/$f"
+done
+for case in "dotignore|any.md kept.md secret.md sub/deep/any.md sub/deep/local.md sub/old.md sub/private.md sub/secret.md sub/top.md weird/a.md" \
+  "dotignore/sub|deep/any.md deep/local.md old.md private.md secret.md top.md" \
+  "dotignore/sub/deep|any.md local.md" \
+  "--no-ignore dotignore|any.md drafts.md gen/g.md kept.md private.md secret.md sub/any.md sub/deep/any.md sub/deep/local.md sub/deep/old/o.md sub/deep/x.md sub/drafts.md sub/local.md sub/old.md sub/old/o.md sub/private.md sub/secret.md sub/top.md top.md we[i]rd/a.md weird/a.md"; do
+  args=${case%%|*} expected=${case#*|}
+  # shellcheck disable=SC2086
+  got=$(selected $args | sed "s|${args##* }/||g")
+  [ "$got" = "$expected " ] && ok || fail "index --files $args gave '$got', not '$expected '"
+done
+# Outside a git work tree neither .gitignore nor .ignore files are read.
+mkdir -p "$work/plain-dir"
+printf 'x.md\n' >"$work/plain-dir/.ignore"
+printf '# X\n' >"$work/plain-dir/x.md"
+got=$(selected plain-dir)
+[ "$got" = "plain-dir/x.md " ] && ok || fail "index --files plain-dir read its .ignore: '$got'"
 mkdir -p "$work/a" "$work/b"
 printf '# X\n' >"$work/a/README.md"
 printf '# Y\n' >"$work/b/README.md"
@@ -157,6 +189,24 @@ else
   ok
 fi
 chmod 755 "$work/perm/m"
+# An unreadable .ignore is named too, and the walk goes on without its rules. The repository
+# belongs to the user who walks it, or libgit2 does not open it, and HOME must be readable.
+locked=$work/locked
+mkdir -p "$locked/sub"
+git -C "$locked" init -q
+printf '# A\n' >"$locked/a.md"
+printf '# B\n' >"$locked/sub/b.md"
+printf 'b.md\n' >"$locked/sub/.ignore"
+chmod 000 "$locked/sub/.ignore"
+if [ "$(id -u)" = 0 ]; then chown -R nobody:nogroup "$locked"; fi
+got=$(cd "$work" && HOME=$work "${as_user[@]}" "$binary" index --files locked 2>"$work/err" | tr '\n' ' ')
+status=$?
+if [ "$status" != 1 ] || [ "$got" != "locked/a.md locked/sub/b.md " ] ||
+  ! grep -q "cannot read locked/sub/.ignore: Permission denied" "$work/err"; then
+  fail "walk past locked/sub/.ignore: exit $status, files $got, stderr $(cat "$work/err")"
+else
+  ok
+fi
 
 # Threads reserve no large stacks: many jobs fit in a small address space (not checked under
 # AddressSanitizer, whose shadow memory alone is larger).

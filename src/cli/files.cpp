@@ -29,8 +29,69 @@ bool ends_with_ascii_nocase(std::string_view name, std::string_view suffix) {
   });
 }
 
+// A directory's path as a literal in an ignore rule: glob characters escaped, and a line break,
+// which no rule can hold, matched by '?'.
+std::string glob_literal(std::string_view path) {
+  std::string literal;
+  for (const char c : path) {
+    if (c == '\n') {
+      literal += '?';
+      continue;
+    }
+    if (c == '\\' || c == '*' || c == '?' || c == '[') literal += '\\';
+    literal += c;
+  }
+  return literal;
+}
+
+// Trailing spaces are not part of a pattern unless a backslash escapes them.
+std::string_view without_trailing_spaces(std::string_view line) {
+  while (line.ends_with(' ')) {
+    const std::string_view before = line.substr(0, line.size() - 1);
+    const std::size_t last_other = before.find_last_not_of('\\');
+    const std::size_t backslashes =
+        before.size() - (last_other == std::string_view::npos ? 0 : last_other + 1);
+    if (backslashes % 2 == 1) break;
+    line = before;
+  }
+  return line;
+}
+
+// The patterns of a .ignore file in `directory` (its path in the work tree, "." for the root) as
+// libgit2 rules, which match paths from the work tree's root: each anchored to the directory by
+// a leading "/" and its path, and one without a "/" of its own matched at any depth below it.
+std::string work_tree_rules(std::string_view ignore_file, std::string_view directory) {
+  std::string prefix = "/";
+  if (directory != ".") prefix += glob_literal(directory) + '/';
+  std::string rules;
+  for (std::string_view rest = ignore_file; !rest.empty();) {
+    const std::size_t end = rest.find('\n');
+    std::string_view pattern = rest.substr(0, end);
+    rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+    if (pattern.ends_with('\r')) pattern.remove_suffix(1);
+    pattern = without_trailing_spaces(pattern);
+    if (pattern.starts_with('#')) continue;
+    const bool negated = pattern.starts_with('!');
+    if (negated) pattern.remove_prefix(1);
+    const bool directory_only = pattern.ends_with('/');
+    if (directory_only) pattern.remove_suffix(1);
+    const bool anchored = pattern.find('/') != std::string_view::npos;
+    if (pattern.starts_with('/')) pattern.remove_prefix(1);
+    if (pattern.empty()) continue;
+    const std::string rule =
+        prefix + (anchored ? "" : "**/") + std::string(pattern) + (directory_only ? "/" : "");
+    // libgit2 drops a negation without wildcards unless an earlier rule of the same list has its
+    // pattern; the same rule right before it, which the negation overrides, keeps it.
+    if (negated) rules += rule + "\n!";
+    rules += rule + '\n';
+  }
+  return rules;
+}
+
 // What git ignores in the work tree that holds a directory, if one does: its .gitignore files,
-// .git/info/exclude and the user's excludes file, read by libgit2 as git reads them.
+// .git/info/exclude and the user's excludes file, read by libgit2 as git reads them; and what
+// the .ignore files of the work tree ignore, which libgit2 checks first as rules of its own, so
+// that they take precedence over git's (as they do for ripgrep and fd).
 class GitIgnores {
  public:
   explicit GitIgnores(const fs::path& directory) {
@@ -55,13 +116,43 @@ class GitIgnores {
 
   bool ignores(const fs::path& entry, bool is_directory) const {
     if (!repository_) return false;
-    std::error_code error;
-    const fs::path absolute = fs::weakly_canonical(fs::absolute(entry), error);
-    std::string path = absolute.lexically_relative(work_tree_).generic_string();
-    if (error || path.empty() || path.starts_with("..")) return false;
-    if (is_directory) path += '/';
+    std::optional<std::string> path = work_tree_path(entry);
+    if (!path) return false;
+    if (is_directory) *path += '/';
     int ignored = 0;
-    return git_ignore_path_is_ignored(&ignored, repository_, path.c_str()) == 0 && ignored == 1;
+    return git_ignore_path_is_ignored(&ignored, repository_, path->c_str()) == 0 && ignored == 1;
+  }
+
+  // Takes in the .ignore file of a directory of the work tree, if it has one. A rule added later
+  // wins, so the directories above it must have been taken in first.
+  void add_ignore_file(const fs::path& directory, std::vector<ReadError>& errors) {
+    if (!repository_) return;
+    const std::optional<std::string> path = work_tree_path(directory);
+    const fs::path file = directory / ".ignore";
+    std::error_code error;
+    if (!path || !fs::exists(file, error)) return;
+    std::string reason;
+    const std::optional<std::string> text = read_file(file, reason);
+    if (!text) {
+      errors.push_back({file.string(), reason});
+    } else if (git_ignore_add_rule(repository_, work_tree_rules(*text, *path).c_str()) != 0) {
+      const git_error* cause = git_error_last();
+      errors.push_back({file.string(), cause ? cause->message : "libgit2 rejected its rules"});
+    }
+  }
+
+  // Takes in the .ignore files of the work tree's directories above `directory`, from its root
+  // down, which apply to what lies below them as the .gitignore files there do.
+  void add_ignore_files_above(const fs::path& directory, std::vector<ReadError>& errors) {
+    if (!repository_) return;
+    const std::optional<std::string> path = work_tree_path(directory);
+    if (!path || *path == ".") return;
+    fs::path above = work_tree_;
+    add_ignore_file(above, errors);
+    for (const fs::path& part : fs::path(*path).parent_path()) {
+      above /= part;
+      add_ignore_file(above, errors);
+    }
   }
 
  private:
@@ -74,6 +165,16 @@ class GitIgnores {
       if (fs::exists(at / ".git", error)) return true;
       if (at == at.parent_path()) return false;
     }
+  }
+
+  // An entry's path from the work tree's root with "/" separators ("." for the root itself), or
+  // none outside the work tree.
+  std::optional<std::string> work_tree_path(const fs::path& entry) const {
+    std::error_code error;
+    const fs::path absolute = fs::weakly_canonical(fs::absolute(entry), error);
+    std::string path = absolute.lexically_relative(work_tree_).generic_string();
+    if (error || path.empty() || path.starts_with("..")) return std::nullopt;
+    return path;
   }
 
   bool initialised_ = false;
@@ -95,8 +196,11 @@ bool matches_any(const std::vector<std::string>& globs, const std::string& name,
 void walk(const fs::path& root, const SelectionOptions& options, std::vector<ReadError>& errors,
           const std::function<void(const fs::directory_entry&, std::string path,
                                    bool is_directory)>& visit) {
-  const std::optional<GitIgnores> git =
-      options.git_ignores ? std::optional<GitIgnores>(std::in_place, root) : std::nullopt;
+  std::optional<GitIgnores> git;
+  if (options.git_ignores) {
+    git.emplace(root);
+    git->add_ignore_files_above(root, errors);
+  }
   std::set<std::pair<dev_t, ino_t>> visited;
   std::vector<fs::path> pending{root};
   while (!pending.empty()) {
@@ -109,6 +213,7 @@ void walk(const fs::path& root, const SelectionOptions& options, std::vector<Rea
     }
     std::error_code error;
     fs::directory_iterator it(directory, error);
+    if (git && !error) git->add_ignore_file(directory, errors);
     for (const fs::directory_iterator end; !error && it != end; it.increment(error)) {
       std::error_code status_error;
       const fs::file_status status =

@@ -26,14 +26,13 @@ struct Selection {
   std::vector<ReadError> errors;
 };
 
-// How arguments become files. The defaults select as the record format says, leaving out
-// besides what git ignores inside a git work tree.
+// How arguments become files. The defaults select as the record format says.
 struct SelectionOptions {
   std::optional<std::string> prefix;      // the FQN prefix of a single file argument
   std::optional<std::string> stdin_path;  // the path under which "-" (stdin) is indexed
   bool hidden = false;                    // walk entries whose name starts with "." too
   bool follow = false;                    // follow symbolic links
-  bool git_ignores = true;            // leave out what .gitignore files and git's excludes ignore
+  bool git_ignores = true;            // leave out what .gitignore, .ignore and git's excludes do
   bool paths_from_cwd = false;        // paths relative to the current directory, not the argument
   std::vector<std::string> excludes;  // globs: a name (or, with a "/", a path) that matches is out
 };

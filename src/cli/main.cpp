@@ -108,8 +108,9 @@ int main(int argc, char** argv) {
   index_command->add_flag("--follow", index.selection.follow, "Follow symbolic links.");
   bool no_ignore = false;
   index_command->add_flag("--no-ignore", no_ignore,
-                          "Index what git ignores too: by default, inside a git work tree, what "
-                          ".gitignore files and git's excludes ignore is left out.");
+                          "Index what git and .ignore files ignore too: by default, inside a git "
+                          "work tree, what .gitignore files, git's excludes and .ignore files "
+                          "(which take precedence) ignore is left out.");
   index_command
       ->add_option("--exclude", index.selection.excludes,
                    "Leave out files and folders whose name matches GLOB, or whose path from "
