@@ -2,13 +2,24 @@
 _tarnwick_md() {
   local word=${COMP_WORDS[COMP_CWORD]} command=${COMP_WORDS[1]}
   if ((COMP_CWORD == 1)); then
-    mapfile -t COMPREPLY < <(compgen -W "index outline links help --help --version -V" -- "$word")
+    mapfile -t COMPREPLY < <(compgen -W "index check outline links help --help --version -V" -- "$word")
     return
   fi
   case $command in
     index)
       if [[ $word == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "--help --verbose --quiet --prefix --stdin-path --hidden --follow --no-ignore --exclude --paths-from-cwd --files --jobs -h -v -q -j" -- "$word")
+      else
+        mapfile -t COMPREPLY < <(compgen -f -- "$word")
+      fi
+      ;;
+    check)
+      if [[ ${COMP_WORDS[COMP_CWORD - 1]} == --format ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "text json sarif github" -- "$word")
+      elif [[ ${COMP_WORDS[COMP_CWORD - 1]} == --ignore ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "missing-file missing-anchor missing-anchor-other-file case-mismatch outside-repository malformed-link line-fragment site-path html-for-markdown custom-anchor missing-page ambiguous-page" -- "$word")
+      elif [[ $word == -* ]]; then
+        mapfile -t COMPREPLY < <(compgen -W "--help --root --format --ignore --wiki --changed --changed-since --exclude --hidden --follow --no-ignore --jobs -h -j" -- "$word")
       else
         mapfile -t COMPREPLY < <(compgen -f -- "$word")
       fi
@@ -20,7 +31,7 @@ _tarnwick_md() {
         mapfile -t COMPREPLY < <(compgen -f -- "$word")
       fi
       ;;
-    help) mapfile -t COMPREPLY < <(compgen -W "index outline links" -- "$word") ;;
+    help) mapfile -t COMPREPLY < <(compgen -W "index check outline links" -- "$word") ;;
   esac
 }
 complete -o filenames -F _tarnwick_md tarnwick-md

@@ -227,6 +227,43 @@ $(diff <(cd "$examples" && "$binary" index "$(basename "$example")") "${example%
   fi
 done
 
+# check: exit statuses, formats, filters and changed files, on a small repository.
+site=$work/site
+mkdir -p "$site/docs"
+printf '# Home\n[guide](docs/guide.md#install) [gone](docs/gide.md) [site](/about/)\n' >"$site/README.md"
+printf '# Guide\n## Install\n[home](../README.md#home)\n' >"$site/docs/guide.md"
+printf '# Clean\n[guide](guide.md)\n' >"$site/docs/clean.md"
+expect "check site/docs/clean.md --root site" 0 "1 file, 1 link checked: no problems"
+expect "check site" 1 "2 problems (1 missing-file, 1 site-path)"
+expect "check --ignore site-path --ignore missing-file site" 0 "no problems"
+expect "check --ignore missing-fil site" 2 "did you mean 'missing-file'?"
+expect "check --format yaml site" 2 "--format"
+expect "check - " 2 "not '-' (stdin)"
+expect "check --changed site/README.md --changed-since HEAD site" 2 "cannot be used together"
+expect "check missing-dir" 2 "cannot read missing-dir"
+expect "check site > /dev/full" 2 "write error"
+text=$(cd "$work" && "$binary" check site 2>/dev/null)
+[[ $text == *'site/README.md:2:32: missing-file: no file "docs/gide.md" (did you mean "docs/guide.md"?)'* ]] && ok ||
+  fail "check's text line is not path:line:column: code: message (suggestion): $text"
+json=$(cd "$work" && "$binary" check --format json site 2>/dev/null | head -1)
+[ "$json" = '{"path":"site/README.md","line":2,"column":32,"target":"docs/gide.md","code":"missing-file","message":"no file \"docs/gide.md\"","suggestion":"docs/guide.md"}' ] &&
+  ok || fail "check's JSON line differs: $json"
+sarif=$(cd "$work" && "$binary" check --format sarif site 2>/dev/null)
+node -e 'let s="";process.stdin.on("data",d=>s+=d).on("end",()=>{const l=JSON.parse(s);
+    process.exit(l.version==="2.1.0"&&l.runs[0].results.length===2&&
+      l.runs[0].results[0].locations[0].physicalLocation.region.startLine===2?0:1)})' <<<"$sarif" &&
+  ok || fail "check's SARIF log is not a 2.1.0 log of the two problems"
+github=$(cd "$work" && "$binary" check --format github site 2>/dev/null | head -1)
+[[ $github == '::error file=site/README.md,line=2,col=32,title=missing-file::no file "docs/gide.md"'* ]] &&
+  ok || fail "check's workflow annotation differs: $github"
+# Changed files: links from them and into them only.
+git -C "$site" init -q && git -C "$site" add . && git -C "$site" -c user.name=t -c user.email=t@t commit -qm site
+expect "check --changed-since HEAD site" 0 "no problems"
+printf '# Guide\n## Setup\n' >"$site/docs/guide.md"
+expect "check --changed-since HEAD site" 1 "1 problem (1 missing-anchor-other-file)"
+expect "check --changed site/docs/clean.md site" 0 "no problems"
+expect "check --changed-since no-such-ref site" 2 "'no-such-ref' names no commit"
+
 # Every example of the help runs, in a repository that has the files they name.
 examples_dir=$work/help-examples
 mkdir -p "$examples_dir/docs" "$examples_dir/notes"
@@ -236,9 +273,12 @@ printf '# Read me\n' >"$examples_dir/README.md"
 git -C "$examples_dir" init -q
 git -C "$examples_dir" add README.md
 git -C "$examples_dir" -c user.name=t -c user.email=t@t commit -qm examples
-for command in index outline links; do
+for command in index check outline links; do
   while IFS= read -r example; do
-    if (cd "$examples_dir" && PATH="$(dirname "$binary"):$PATH" bash -o pipefail -c "$example" >/dev/null 2>&1); then
+    # check exits with 1 when it finds problems, which is what an example may show.
+    (cd "$examples_dir" && PATH="$(dirname "$binary"):$PATH" bash -o pipefail -c "$example" >/dev/null 2>&1)
+    status=$?
+    if ((status == 0)) || { [ "$command" = check ] && ((status == 1)); }; then
       ok
     else
       fail "the example of 'help $command' fails: $example"
@@ -248,7 +288,10 @@ done
 
 # The man page and the completions know every option of the help, and the bash one parses.
 source_dir=$(dirname "$examples")/..
-for option in $("$binary" index --help | grep -o -- '--[a-z-]*' | sort -u); do
+for option in $( (
+  "$binary" index --help
+  "$binary" check --help
+) | grep -o -- '--[a-z-]*' | sort -u); do
   for file in docs/man/tarnwick-md.1 completions/tarnwick-md.bash completions/_tarnwick-md; do
     text=$(sed 's/\\-/-/g' "$source_dir/$file")
     [[ $text == *"$option"* ]] && ok || fail "$file lacks $option"

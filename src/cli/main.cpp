@@ -213,7 +213,7 @@ int main(int argc, char** argv) {
         "\nExamples:\n"
         "  tarnwick-md check\n"
         "  tarnwick-md check --ignore site-path --format github docs\n"
-        "  tarnwick-md check --changed-since origin/main --format sarif > links.sarif\n\n" +
+        "  tarnwick-md check --changed-since HEAD --format sarif > links.sarif\n\n" +
         std::string(CHECK_EXIT_STATUS));
   }
 
