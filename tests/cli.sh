@@ -263,6 +263,9 @@ printf '# Guide\n## Setup\n' >"$site/docs/guide.md"
 expect "check --changed-since HEAD site" 1 "1 problem (1 missing-anchor-other-file)"
 expect "check --changed site/docs/clean.md site" 0 "no problems"
 expect "check --changed-since no-such-ref site" 2 "'no-such-ref' names no commit"
+# A .ignore file keeps files from being checked, not from being linked to.
+printf 'docs/\n' >"$site/.ignore"
+expect "check site" 1 "1 file, 3 links checked: 3 problems (1 missing-anchor-other-file, 1 missing-file, 1 site-path)"
 
 # Every example of the help runs, in a repository that has the files they name.
 examples_dir=$work/help-examples

@@ -81,6 +81,7 @@ int run_check(const CheckOptions& options, std::ostream& out, std::ostream& err)
     cli::SelectionOptions everything = options.selection;
     everything.hidden = true;
     everything.excludes.clear();
+    everything.ignore_files = false;  // they hide files from tools, not from the repository
     const cli::Tree tree = cli::list_tree(group.root, everything);
     name_errors(tree.errors, err);
     const cli::Selection selection = cli::select_files(group.paths, options.selection);

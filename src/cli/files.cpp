@@ -199,7 +199,7 @@ void walk(const fs::path& root, const SelectionOptions& options, std::vector<Rea
   std::optional<GitIgnores> git;
   if (options.git_ignores) {
     git.emplace(root);
-    git->add_ignore_files_above(root, errors);
+    if (options.ignore_files) git->add_ignore_files_above(root, errors);
   }
   std::set<std::pair<dev_t, ino_t>> visited;
   std::vector<fs::path> pending{root};
@@ -213,7 +213,7 @@ void walk(const fs::path& root, const SelectionOptions& options, std::vector<Rea
     }
     std::error_code error;
     fs::directory_iterator it(directory, error);
-    if (git && !error) git->add_ignore_file(directory, errors);
+    if (git && options.ignore_files && !error) git->add_ignore_file(directory, errors);
     for (const fs::directory_iterator end; !error && it != end; it.increment(error)) {
       std::error_code status_error;
       const fs::file_status status =

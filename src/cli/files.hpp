@@ -32,7 +32,8 @@ struct SelectionOptions {
   std::optional<std::string> stdin_path;  // the path under which "-" (stdin) is indexed
   bool hidden = false;                    // walk entries whose name starts with "." too
   bool follow = false;                    // follow symbolic links
-  bool git_ignores = true;            // leave out what .gitignore, .ignore and git's excludes do
+  bool git_ignores = true;   // leave out what .gitignore files and git's excludes ignore
+  bool ignore_files = true;  // and, with git_ignores, what .ignore files do (a tools' convention)
   bool paths_from_cwd = false;        // paths relative to the current directory, not the argument
   std::vector<std::string> excludes;  // globs: a name (or, with a "/", a path) that matches is out
 };
