@@ -81,6 +81,17 @@ const Case CASES[] = {
      {"a.md:1:1 missing-file my file.md", "a.md:1:19 missing-file x\\_y.md",
       "a.md:3:1 missing-file next.md", "a.md:5:1 missing-file outer.md",
       "a.md:5:2 missing-file i.png"}},
+    {"placed_where_written",
+     {{"a.md",
+       "[d]: d.md\nText [d] and [i](i.md)\n\n"
+       "Hard\\\n[h](h.md) twice\\\n\\\n  [t](t.md)\n\n"
+       "- item\n      [deep](deep.md)\n[lazy](lazy.md)\n\n"
+       "Code\n    `c` [after](after.md)\n\n"
+       "[two\nlines](two.md) <b\n   id=x>\n   <img src=\"s.png\">\n"}},
+     {"a.md:1:1 missing-file d.md", "a.md:2:14 missing-file i.md", "a.md:5:1 missing-file h.md",
+      "a.md:7:3 missing-file t.md", "a.md:10:7 missing-file deep.md",
+      "a.md:11:1 missing-file lazy.md", "a.md:14:9 missing-file after.md",
+      "a.md:16:1 missing-file two.md", "a.md:19:9 missing-file s.png"}},
     {"front_matter_is_no_document",
      {{"a.md", "---\ntitle: \"[x](x.md)\"\n---\n# T\n[ok](#t)\n"}},
      {}},

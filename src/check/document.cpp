@@ -129,10 +129,10 @@ std::size_t skip_destination_and_title(std::string_view link, std::size_t pos,
 }
 
 // The destination of an inline link as written: the one after a "](" that runs, with its
-// title, to the link's final ")". A link's text may hold images, so the first "](" is not
-// always the one.
-std::optional<std::string_view> inline_destination(std::string_view link) {
-  for (std::size_t at = link.find("]("); at != std::string_view::npos;
+// title, to the link's final ")". A link's text may hold images and code spans with "](" of
+// their own, so the search starts where the text is known to end, `text_end`.
+std::optional<std::string_view> inline_destination(std::string_view link, std::size_t text_end) {
+  for (std::size_t at = link.find("](", text_end); at != std::string_view::npos;
        at = link.find("](", at + 1)) {
     std::string_view written;
     if (skip_destination_and_title(link, at + 2, written) == link.size() - 1) return written;
@@ -298,6 +298,33 @@ Node parse_as_github(const std::string& text) {
   return Node(cmark_parser_finish(parser.get()), &cmark_node_free);
 }
 
+// Where inline nodes really are. cmark-gfm counts an inline node's line from the start of
+// its paragraph by the line ends it has passed, and misses some: the lines of link reference
+// definitions the paragraph opened with, and the line end of a hard break written as "\".
+// It counts a column from the start of the line's content after the paragraph's indentation,
+// though a continuation line may be indented more (or, lazily, less). Both are corrected once
+// the paragraph has been read: the definitions' lines by those the inline nodes fall short of
+// the paragraph's end, each missed hard break where the node after it stays on the line
+// before, and each later line's columns by where the line's content really starts against
+// where its first inline node was placed.
+struct Placement {
+  int first_line = 0;  // its columns are right
+  int line_shift = 0;
+  std::unordered_map<cmark_node*, int> missed_lines;  // hard breaks before a node
+  std::unordered_map<int, int> column_shift;          // by line, before line_shift
+
+  // The line of a node's start or end as cmark-gfm gave it, with the hard breaks it missed.
+  int counted(cmark_node* node, int reported) const {
+    const auto missed = missed_lines.find(node);
+    return reported + (missed == missed_lines.end() ? 0 : missed->second);
+  }
+  int line(int counted_line) const { return counted_line + line_shift; }
+  int column(int counted_line, int column) const {
+    const auto shift = column_shift.find(counted_line);
+    return column + (shift == column_shift.end() ? 0 : shift->second);
+  }
+};
+
 class Reader {
  public:
   Reader(std::string_view source, bool wiki)
@@ -311,7 +338,12 @@ class Reader {
     std::unique_ptr<cmark_iter, decltype(&cmark_iter_free)> iterator(cmark_iter_new(document.get()),
                                                                      &cmark_iter_free);
     for (cmark_event_type event; (event = cmark_iter_next(iterator.get())) != CMARK_EVENT_DONE;) {
-      if (event == CMARK_EVENT_ENTER) visit(cmark_iter_get_node(iterator.get()));
+      cmark_node* node = cmark_iter_get_node(iterator.get());
+      if (event == CMARK_EVENT_ENTER) {
+        enter(node);
+      } else if (paragraph_ && node == paragraph_->node) {
+        leave_paragraph();
+      }
     }
     resolve_references();
     return std::move(found_);
@@ -324,36 +356,161 @@ class Reader {
     std::int64_t line, column;
   };
 
-  void visit(cmark_node* node) {
-    switch (cmark_node_get_type(node)) {
+  // A paragraph being read: what its inline nodes tell of their placement, and the nodes
+  // whose positions matter, handled when it ends.
+  struct Paragraph {
+    cmark_node* node = nullptr;
+    int last_inline_line = 0;  // counted
+    int reported_line = 0;     // of the last node placed
+    int missed_lines = 0;
+    bool line_starts_next = false;
+    int hard_breaks = 0;  // since the last node placed
+    int line_before_break = 0;
+    // Counted line -> the column of its first node, and whether that is a code span, which
+    // is placed at its text, after its backticks.
+    std::unordered_map<int, std::pair<int, bool>> first_columns;
+    std::unordered_map<cmark_node*, int> missed_at;
+    std::vector<cmark_node*> placed;
+  };
+
+  void enter(cmark_node* node) {
+    const cmark_node_type type = cmark_node_get_type(node);
+    if (type == CMARK_NODE_PARAGRAPH) {
+      paragraph_.emplace();
+      paragraph_->node = node;
+      return;
+    }
+    if (paragraph_) note(*paragraph_, node, type);
+    switch (type) {
       case CMARK_NODE_HEADING:
         heading(node);
-        break;
-      case CMARK_NODE_LINK:
-      case CMARK_NODE_IMAGE:
-        link(node);
         break;
       case CMARK_NODE_HTML_BLOCK:
         blocks_without_definitions_.emplace_back(cmark_node_get_start_line(node),
                                                  cmark_node_get_end_line(node));
-        html(node);
-        break;
-      case CMARK_NODE_HTML_INLINE:
-        html(node);
+        html(node, Placement{});
         break;
       case CMARK_NODE_CODE_BLOCK:
         blocks_without_definitions_.emplace_back(cmark_node_get_start_line(node),
                                                  cmark_node_get_end_line(node));
         break;
+      case CMARK_NODE_LINK:
+      case CMARK_NODE_IMAGE:
+      case CMARK_NODE_HTML_INLINE:
       case CMARK_NODE_FOOTNOTE_REFERENCE:
-        footnote(node);
+        if (paragraph_) {
+          paragraph_->placed.push_back(node);
+        } else {
+          place(node, Placement{});
+        }
         break;
       case CMARK_NODE_TEXT:
-        if (wiki_ && !is_text(cmark_node_previous(node))) wiki_links(node);
+        if (wiki_ && !is_text(cmark_node_previous(node))) {
+          if (paragraph_) {
+            paragraph_->placed.push_back(node);
+          } else {
+            place(node, Placement{});
+          }
+        }
         break;
       default:
         break;
     }
+  }
+
+  static void note(Paragraph& paragraph, cmark_node* node, cmark_node_type type) {
+    if (type == CMARK_NODE_SOFTBREAK || type == CMARK_NODE_LINEBREAK) {
+      if (!paragraph.line_starts_next) paragraph.line_before_break = paragraph.reported_line;
+      paragraph.line_starts_next = true;
+      if (type == CMARK_NODE_LINEBREAK) ++paragraph.hard_breaks;
+      return;
+    }
+    const int line = cmark_node_get_start_line(node);
+    if (line < 1) return;
+    if (paragraph.hard_breaks > 0 && line == paragraph.line_before_break) {
+      paragraph.missed_lines += paragraph.hard_breaks;
+    }
+    paragraph.hard_breaks = 0;
+    paragraph.reported_line = line;
+    if (paragraph.missed_lines > 0) paragraph.missed_at.emplace(node, paragraph.missed_lines);
+    paragraph.last_inline_line = std::max(paragraph.last_inline_line,
+                                          cmark_node_get_end_line(node) + paragraph.missed_lines);
+    if (paragraph.line_starts_next) {
+      paragraph.first_columns.try_emplace(
+          line + paragraph.missed_lines,
+          std::pair(cmark_node_get_start_column(node), type == CMARK_NODE_CODE));
+    }
+    paragraph.line_starts_next = false;
+  }
+
+  void leave_paragraph() {
+    Paragraph paragraph = std::move(*paragraph_);
+    paragraph_.reset();
+    Placement placement;
+    placement.first_line = cmark_node_get_start_line(paragraph.node);
+    placement.missed_lines = std::move(paragraph.missed_at);
+    if (paragraph.last_inline_line > 0 && opens_with_definition(placement.first_line)) {
+      placement.line_shift =
+          std::max(0, cmark_node_get_end_line(paragraph.node) - paragraph.last_inline_line);
+    }
+    for (const auto& [line, first] : paragraph.first_columns) {
+      const auto [column, is_code] = first;
+      if (line == placement.first_line) continue;
+      const int real_line = placement.line(line);
+      if (real_line < 1 || static_cast<std::size_t>(real_line) > starts_.size()) continue;
+      const std::size_t start = starts_[static_cast<std::size_t>(real_line) - 1];
+      const std::size_t end = line_end(source_, start);
+      std::size_t content = start;
+      while (content < end && (is_blank(source_[content]) || source_[content] == '>')) ++content;
+      if (is_code) {
+        while (content < end && source_[content] == '`') ++content;
+      }
+      placement.column_shift.emplace(line, static_cast<int>(content - start) + 1 - column);
+    }
+    for (cmark_node* node : paragraph.placed) place(node, placement);
+  }
+
+  // Whether a line starts like a link reference definition, "[label]:".
+  bool opens_with_definition(int line) const {
+    if (line < 1 || static_cast<std::size_t>(line) > starts_.size()) return false;
+    const std::size_t start = starts_[static_cast<std::size_t>(line) - 1];
+    const std::size_t end = line_end(source_, start);
+    const std::size_t open = skip_container_markers(source_, start, end);
+    if (open >= end || source_[open] != '[') return false;
+    const std::size_t close = source_.find("]:", open);
+    return close != std::string_view::npos && close < end;
+  }
+
+  void place(cmark_node* node, const Placement& placement) {
+    switch (cmark_node_get_type(node)) {
+      case CMARK_NODE_LINK:
+      case CMARK_NODE_IMAGE:
+        link(node, placement);
+        break;
+      case CMARK_NODE_HTML_INLINE:
+        html(node, placement);
+        break;
+      case CMARK_NODE_FOOTNOTE_REFERENCE:
+        footnote(node, placement);
+        break;
+      default:
+        wiki_links(node, placement);
+    }
+  }
+
+  struct Position {
+    int line;
+    int column;
+  };
+
+  static Position start_of(cmark_node* node, const Placement& placement) {
+    const int line = placement.counted(node, cmark_node_get_start_line(node));
+    return {placement.line(line), placement.column(line, cmark_node_get_start_column(node))};
+  }
+
+  static Position end_of(cmark_node* node, const Placement& placement) {
+    const int line = placement.counted(node, cmark_node_get_end_line(node));
+    return {placement.line(line), placement.column(line, cmark_node_get_end_column(node))};
   }
 
   void heading(cmark_node* node) {
@@ -366,58 +523,69 @@ class Reader {
 
   // A footnote's note and its first reference have ids made of its label, which the tree
   // does not keep (the reference's literal is its number): it is read from "[^label]".
-  void footnote(cmark_node* node) {
-    const auto span =
-        source_span(node, cmark_node_get_start_line(node), cmark_node_get_start_column(node));
+  void footnote(cmark_node* node, const Placement& placement) {
+    const auto span = source_span(start_of(node, placement), end_of(node, placement));
     if (!span || !span->starts_with("[^") || !span->ends_with(']')) return;
     const std::string_view label = span->substr(2, span->size() - 3);
     found_.anchors.insert("fn-" + std::string(label));
     found_.anchors.insert("fnref-" + std::string(label));
   }
 
-  // The source between two positions cmark-gfm gives, both inclusive; none when they fall
-  // outside it.
-  std::optional<std::string_view> source_span(cmark_node* node, int start_line,
-                                              int start_column) const {
-    const auto offset = [&](int line, int column) -> std::optional<std::size_t> {
-      if (line < 1 || static_cast<std::size_t>(line) > starts_.size() || column < 1) return {};
-      const std::size_t at =
-          starts_[static_cast<std::size_t>(line) - 1] + static_cast<std::size_t>(column) - 1;
-      return at < source_.size() ? std::optional(at) : std::nullopt;
+  // The source between two positions, both inclusive; none when they fall outside it.
+  std::optional<std::string_view> source_span(Position from, Position to) const {
+    const auto offset = [&](Position at) -> std::optional<std::size_t> {
+      if (at.line < 1 || static_cast<std::size_t>(at.line) > starts_.size() || at.column < 1) {
+        return {};
+      }
+      const std::size_t offset =
+          starts_[static_cast<std::size_t>(at.line) - 1] + static_cast<std::size_t>(at.column) - 1;
+      return offset < source_.size() ? std::optional(offset) : std::nullopt;
     };
-    const auto begin = offset(start_line, start_column);
-    const auto end = offset(cmark_node_get_end_line(node), cmark_node_get_end_column(node));
+    const auto begin = offset(from);
+    const auto end = offset(to);
     if (!begin || !end || *end < *begin) return std::nullopt;
     return source_.substr(*begin, *end - *begin + 1);
   }
 
-  void link(cmark_node* node) {
+  void link(cmark_node* node, const Placement& placement) {
     const std::string destination = cmark_node_get_url(node) ? cmark_node_get_url(node) : "";
     if (destination.empty() || is_external(destination)) return;
-    int line = cmark_node_get_start_line(node);
-    int column = cmark_node_get_start_column(node);
-    // cmark-gfm places a link whose text spans lines at its last line; its text starts right.
+    Position start = start_of(node, placement);
+    // cmark-gfm gives a link whose text spans lines the line where it ends, with the column
+    // where it starts; its text starts on the right line.
     if (cmark_node* text = cmark_node_first_child(node)) {
-      const int text_line = cmark_node_get_start_line(text);
-      if (text_line > 0 && text_line < line) {
-        line = text_line;
-        column = cmark_node_get_start_column(text) -
-                 (cmark_node_get_type(node) == CMARK_NODE_IMAGE ? 2 : 1);
+      const int text_line = placement.counted(text, cmark_node_get_start_line(text));
+      if (cmark_node_get_start_line(text) > 0 &&
+          text_line < placement.counted(node, cmark_node_get_start_line(node))) {
+        start = {placement.line(text_line),
+                 placement.column(text_line, cmark_node_get_start_column(node))};
       }
     }
-    const auto span = source_span(node, line, column);
+    const auto span = source_span(start, end_of(node, placement));
     if (span && (span->starts_with('[') || span->starts_with("!["))) {
       if (span->ends_with(')')) {
-        if (const auto written = inline_destination(*span)) {
-          found_.links.push_back({destination, std::string(*written), line, column});
+        if (const auto written =
+                inline_destination(*span, text_end(node, start, placement, *span))) {
+          found_.links.push_back({destination, std::string(*written), start.line, start.column});
           return;
         }
       } else if (const auto label = reference_label(*span)) {
-        references_.push_back({normalize_label(*label), destination, line, column});
+        references_.push_back({normalize_label(*label), destination, start.line, start.column});
         return;
       }
     }
-    found_.links.push_back({destination, destination, line, column});
+    found_.links.push_back({destination, destination, start.line, start.column});
+  }
+
+  // Where a link's text ends within its span, as far as its last child tells; 0 when it
+  // does not.
+  std::size_t text_end(cmark_node* link, Position start, const Placement& placement,
+                       std::string_view span) const {
+    cmark_node* last = cmark_node_last_child(link);
+    if (!last || cmark_node_get_end_line(last) < 1) return 0;
+    const auto text = source_span(start, end_of(last, placement));
+    if (!text || text->data() != span.data() || text->size() > span.size()) return 0;
+    return text->size();
   }
 
   // A reference link is reported at its definition, once however often it is used.
@@ -436,10 +604,9 @@ class Reader {
     }
   }
 
-  void html(cmark_node* node) {
+  void html(cmark_node* node, const Placement& placement) {
     const std::string_view text = literal(node);
-    const std::int64_t line = cmark_node_get_start_line(node);
-    const std::int64_t column = cmark_node_get_start_column(node);
+    const Position start = start_of(node, placement);
     for_each_attribute(text, [&](const HtmlAttribute& attribute) {
       if (attribute.name == "id" || attribute.name == "name") {
         if (!attribute.value.empty()) found_.anchors.insert(attribute.value);
@@ -448,14 +615,15 @@ class Reader {
       if (attribute.name != "href" && attribute.name != "src") return;
       if (attribute.value.empty() || is_external(attribute.value)) return;
       const std::string_view before = text.substr(0, attribute.offset);
-      const auto newlines = std::count(before.begin(), before.end(), '\n');
+      const auto newlines = static_cast<int>(std::count(before.begin(), before.end(), '\n'));
       const std::size_t line_start = before.rfind('\n');
-      found_.links.push_back({attribute.value, attribute.value, line + newlines,
-                              line_start == std::string_view::npos
-                                  ? column + static_cast<std::int64_t>(attribute.offset)
-                                  : continued_column(line + newlines, text.substr(line_start + 1),
-                                                     attribute.offset - line_start - 1),
-                              LinkSyntax::html});
+      found_.links.push_back(
+          {attribute.value, attribute.value, start.line + newlines,
+           line_start == std::string_view::npos
+               ? start.column + static_cast<std::int64_t>(attribute.offset)
+               : continued_column(start.line + newlines, text.substr(line_start + 1),
+                                  attribute.offset - line_start - 1),
+           LinkSyntax::html});
     });
   }
 
@@ -463,6 +631,7 @@ class Reader {
   // markers the literal may have lost: where the line's text is found in the source line.
   std::int64_t continued_column(std::int64_t line, std::string_view html_line,
                                 std::size_t offset) const {
+    if (line < 1 || static_cast<std::size_t>(line) > starts_.size()) return 1;
     const std::size_t start = starts_[static_cast<std::size_t>(line) - 1];
     const std::string_view source_line = source_.substr(start, line_end(source_, start) - start);
     std::size_t indent = 0;
@@ -478,7 +647,7 @@ class Reader {
   }
 
   // cmark-gfm splits "[[Page]]" into several text nodes: the run of them is read as one.
-  void wiki_links(cmark_node* first) {
+  void wiki_links(cmark_node* first, const Placement& placement) {
     std::string run;
     std::vector<std::pair<std::size_t, cmark_node*>> pieces;
     for (cmark_node* node = first; is_text(node); node = cmark_node_next(node)) {
@@ -495,10 +664,9 @@ class Reader {
       const auto piece =
           std::prev(std::upper_bound(pieces.begin(), pieces.end(), open,
                                      [](std::size_t at, const auto& p) { return at < p.first; }));
-      found_.links.push_back({std::string(page), std::string(page),
-                              cmark_node_get_start_line(piece->second),
-                              cmark_node_get_start_column(piece->second) +
-                                  static_cast<std::int64_t>(open - piece->first),
+      const Position start = start_of(piece->second, placement);
+      found_.links.push_back({std::string(page), std::string(page), start.line,
+                              start.column + static_cast<std::int64_t>(open - piece->first),
                               LinkSyntax::wiki});
       open = close;
     }
@@ -510,6 +678,7 @@ class Reader {
   bool wiki_;
   HeadingIds ids_;
   LinkedDocument found_;
+  std::optional<Paragraph> paragraph_;
   std::vector<ReferenceUse> references_;
   Lines blocks_without_definitions_;
 };
