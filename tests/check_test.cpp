@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -161,6 +162,36 @@ const Case CASES[] = {
 
 INSTANTIATE_TEST_SUITE_P(Repositories, CheckRules, testing::ValuesIn(CASES),
                          [](const auto& info) { return std::string(info.param.name); });
+
+std::string repeated(std::string_view unit, std::size_t times) {
+  std::string text;
+  for (std::size_t i = 0; i < times; ++i) text += unit;
+  return text;
+}
+
+// Each document would take minutes if any step were quadratic in it (the tests have a time
+// limit), and keeps the links around its hostile part.
+TEST(HostileDocuments, AreReadInLinearTimeWithTheirLinks) {
+  const std::pair<std::string, std::vector<std::string>> cases[] = {
+      {"[a](a.md) " + repeated("<?", 200000) + " [b](b.md)\n", {"a.md", "b.md"}},
+      {"[a](a.md) " + repeated("<!D ", 100000) + " [b](b.md)\n", {"a.md", "b.md"}},
+      {"[a](a.md) " + repeated("<![CDATA[", 40000) + " [b](b.md)\n", {"a.md", "b.md"}},
+      {"|a|\n|-|\n" + repeated("|", 400000) + "\n\n[b](b.md)\n", {"b.md"}},
+      {"[` " + repeated("](x ( ", 60000) + "`](b.md)\n", {"b.md"}},
+      {"[" + repeated("![i](i.png)", 20000) + "](b.md)\n", {"b.md"}},
+      {repeated(">", 50000) + " [b](b.md)\n", {"b.md"}},
+      {repeated("[x]: x.md\n", 20000) + repeated("[x] ", 50000) + "\n", {"x.md"}},
+      {repeated("a\\\n", 50000) + "[b](b.md)\n", {"b.md"}},
+  };
+  for (const auto& [document, expected] : cases) {
+    const LinkedDocument read = read_links(document, true);
+    std::vector<std::string> found;
+    for (const Link& link : read.links) {
+      if (link.destination != "i.png") found.push_back(link.destination);
+    }
+    EXPECT_EQ(found, expected) << document.substr(0, 40);
+  }
+}
 
 TEST(HtmlAttributes, SkipCommentsAndEndTagsAndDecodeReferences) {
   std::vector<std::string> seen;

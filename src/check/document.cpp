@@ -8,6 +8,7 @@
 #include <cmark-gfm.h>
 
 #include <algorithm>
+#include <cctype>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -285,15 +286,68 @@ cmark_syntax_extension* extension(const char* name) {
 
 using Node = std::unique_ptr<cmark_node, decltype(&cmark_node_free)>;
 
+// cmark-gfm takes time quadratic in the cells of a table row, so a document with a line of
+// more pipes than any real table has is read without the table extension: its cells' links
+// are then read as a paragraph's, the same links.
+constexpr std::size_t MOST_PIPES_IN_A_ROW = 1000;
+
+bool has_overwide_row(std::string_view text) {
+  std::size_t pipes = 0;
+  for (const char c : text) {
+    if (c == '|') {
+      if (++pipes > MOST_PIPES_IN_A_ROW) return true;
+    } else if (c == '\n') {
+      pipes = 0;
+    }
+  }
+  return false;
+}
+
+// cmark-gfm looks for the end of every "<?", "<!" + letter and "<![CDATA[" in a paragraph to
+// the paragraph's end, so thousands that never end take quadratic time. One that no "?>",
+// ">" or "]]>" follows is text wherever it does not open a line (where it opens an HTML block
+// to the end), and stays text with its "<" made U+0001. Only a document with more of them
+// than any real one has is touched.
+constexpr std::size_t MOST_UNENDED_MARKUP = 64;
+
+void neutralize_unended_markup(std::string& text) {
+  struct Opener {
+    std::string_view start;
+    std::string_view end;
+  };
+  constexpr Opener OPENERS[] = {{"<?", "?>"}, {"<![CDATA[", "]]>"}, {"<!", ">"}};
+  const std::vector<std::size_t> starts = line_starts(text);
+  std::vector<std::size_t> unended;
+  for (const Opener& opener : OPENERS) {
+    const std::size_t last_end = text.rfind(opener.end);
+    std::size_t from = last_end == std::string::npos ? 0 : last_end;
+    for (std::size_t at; (at = text.find(opener.start, from)) != std::string::npos; from = at + 1) {
+      const bool declaration = opener.end == ">";
+      if (declaration &&
+          !(at + 2 < text.size() && std::isalpha(static_cast<unsigned char>(text[at + 2])))) {
+        continue;
+      }
+      const std::size_t line = *std::prev(std::upper_bound(starts.begin(), starts.end(), at));
+      if (skip_container_markers(text, line, at) == at || (at > 0 && text[at - 1] == '(')) continue;
+      unended.push_back(at);
+    }
+  }
+  if (unended.size() <= MOST_UNENDED_MARKUP) return;
+  for (const std::size_t at : unended) text[at] = '\x01';
+}
+
 // GitHub's rendering: its extensions, footnotes on.
-Node parse_as_github(const std::string& text) {
+Node parse_as_github(std::string& text) {
   std::unique_ptr<cmark_parser, decltype(&cmark_parser_free)> parser(
       cmark_parser_new(CMARK_OPT_SOURCEPOS | CMARK_OPT_FOOTNOTES), &cmark_parser_free);
+  const bool tables = !has_overwide_row(text);
   for (const char* name : {"table", "strikethrough", "autolink", "tagfilter", "tasklist"}) {
+    if (std::string_view(name) == "table" && !tables) continue;
     if (cmark_syntax_extension* found = extension(name)) {
       cmark_parser_attach_syntax_extension(parser.get(), found);
     }
   }
+  neutralize_unended_markup(text);
   cmark_parser_feed(parser.get(), text.data(), text.size());
   return Node(cmark_parser_finish(parser.get()), &cmark_node_free);
 }
