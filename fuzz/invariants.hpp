@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "check/document.hpp"
 #include "tarnwick/engines/markdown.hpp"
 
 namespace tarnwick::fuzz {
@@ -19,5 +20,8 @@ void check_sections(std::span<const Symbol> sections, std::string_view prefix,
                     std::int64_t line_count);
 void check_references(std::span<const engines::references::ReferenceInfo> references,
                       std::int64_t line_count);
+
+// What the link checker reads of a document, `markdown`.
+void check_links(const check::LinkedDocument& read, std::string_view markdown);
 
 }  // namespace tarnwick::fuzz

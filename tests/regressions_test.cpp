@@ -37,5 +37,16 @@ TEST(Regressions, DocumentsKeepEveryInvariant) {
   EXPECT_GT(count, 0) << "no regression inputs in " << folder;
 }
 
+TEST(Regressions, CheckedDocumentsKeepEveryInvariant) {
+  const fs::path folder = fs::path(TARNWICK_REGRESSIONS) / "check";
+  int count = 0;
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    const std::string text = read(entry.path());
+    for (const bool wiki : {false, true}) fuzz::check_links(check::read_links(text, wiki), text);
+    ++count;
+  }
+  EXPECT_GT(count, 0) << "no regression inputs in " << folder;
+}
+
 }  // namespace
 }  // namespace tarnwick::testing

@@ -379,6 +379,23 @@ struct Placement {
   }
 };
 
+// A paragraph being read: what its inline nodes tell of their placement, and the nodes
+// whose positions matter, handled when it ends.
+struct Paragraph {
+  cmark_node* node = nullptr;
+  int last_inline_line = 0;  // counted
+  int reported_line = 0;     // of the last node placed
+  int missed_lines = 0;
+  bool line_starts_next = false;
+  int hard_breaks = 0;  // since the last node placed
+  int line_before_break = 0;
+  // Counted line -> the column of its first node, and whether that is a code span, which
+  // is placed at its text, after its backticks.
+  std::unordered_map<int, std::pair<int, bool>> first_columns;
+  std::unordered_map<cmark_node*, int> missed_at;
+  std::vector<cmark_node*> placed;
+};
+
 class Reader {
  public:
   Reader(std::string_view source, bool wiki)
@@ -408,23 +425,6 @@ class Reader {
     std::string label;
     std::string destination;
     std::int64_t line, column;
-  };
-
-  // A paragraph being read: what its inline nodes tell of their placement, and the nodes
-  // whose positions matter, handled when it ends.
-  struct Paragraph {
-    cmark_node* node = nullptr;
-    int last_inline_line = 0;  // counted
-    int reported_line = 0;     // of the last node placed
-    int missed_lines = 0;
-    bool line_starts_next = false;
-    int hard_breaks = 0;  // since the last node placed
-    int line_before_break = 0;
-    // Counted line -> the column of its first node, and whether that is a code span, which
-    // is placed at its text, after its backticks.
-    std::unordered_map<int, std::pair<int, bool>> first_columns;
-    std::unordered_map<cmark_node*, int> missed_at;
-    std::vector<cmark_node*> placed;
   };
 
   void enter(cmark_node* node) {
@@ -603,7 +603,11 @@ class Reader {
 
   void link(cmark_node* node, const Placement& placement) {
     const std::string destination = cmark_node_get_url(node) ? cmark_node_get_url(node) : "";
-    if (destination.empty() || is_external(destination)) return;
+    // The autolink extension makes its links of bare URLs and e-mail addresses after parsing,
+    // with no position: they all leave the repository.
+    if (destination.empty() || is_external(destination) || cmark_node_get_start_line(node) < 1) {
+      return;
+    }
     Position start = start_of(node, placement);
     // cmark-gfm gives a link whose text spans lines the line where it ends, with the column
     // where it starts; its text starts on the right line.
@@ -714,7 +718,7 @@ class Reader {
       if (close == std::string::npos) return;
       const std::string_view inside = std::string_view(run).substr(open + 2, close - open - 2);
       const std::string_view page = inside.substr(0, inside.find('|'));
-      if (page.empty() || page.find('[') != std::string_view::npos) continue;
+      if (page.empty() || page.find('[') != std::string_view::npos || is_external(page)) continue;
       const auto piece =
           std::prev(std::upper_bound(pieces.begin(), pieces.end(), open,
                                      [](std::size_t at, const auto& p) { return at < p.first; }));
