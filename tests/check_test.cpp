@@ -30,7 +30,7 @@ std::vector<std::string> check_all(const fs::path& root, bool wiki) {
   everything.hidden = true;
   everything.git_ignores = false;
   const cli::Tree tree = cli::list_tree(root, everything);
-  const Repository repository(root, tree, wiki, 2);
+  const Repository repository(root, tree, {}, wiki, 2);
   std::vector<std::string> found;
   for (const std::string& file : tree.files) {
     if (!cli::is_markdown(file)) continue;

@@ -241,6 +241,9 @@ expect "check --format yaml site" 2 "--format"
 expect "check - " 2 "not '-' (stdin)"
 expect "check --changed site/README.md --changed-since HEAD site" 2 "cannot be used together"
 expect "check missing-dir" 2 "cannot read missing-dir"
+expect "check --root site/docs site/README.md" 2 "is not under the root site/docs"
+printf '[a](gone.md)\n' >"$work/notes.txt"
+expect "check notes.txt" 1 "1 file, 1 link checked: 1 problem (1 missing-file)"
 expect "check site > /dev/full" 2 "write error"
 text=$(cd "$work" && "$binary" check site 2>/dev/null)
 [[ $text == *'site/README.md:2:32: missing-file: no file "docs/gide.md" (did you mean "docs/guide.md"?)'* ]] && ok ||

@@ -138,7 +138,8 @@ std::optional<Code> code_named(std::string_view name) {
   return std::nullopt;
 }
 
-Repository::Repository(const fs::path& root, const cli::Tree& tree, bool wiki, unsigned jobs) {
+Repository::Repository(const fs::path& root, const cli::Tree& tree,
+                       const std::vector<std::string>& sources, bool wiki, unsigned jobs) {
   directories_.insert("");
   for (const std::string& directory : tree.directories) {
     directories_.insert(directory);
@@ -155,6 +156,10 @@ Repository::Repository(const fs::path& root, const cli::Tree& tree, bool wiki, u
       const std::string_view name = name_of(file);
       pages_[lowercase(name.substr(0, name.rfind('.')))].push_back(file);
     }
+  }
+
+  for (const std::string& source : sources) {
+    if (!cli::is_markdown(name_of(source)) || !files_.contains(source)) markdown.push_back(&source);
   }
 
   std::vector<LinkedDocument> read(markdown.size());
@@ -180,7 +185,7 @@ Repository::Repository(const fs::path& root, const cli::Tree& tree, bool wiki, u
     if (failed[index]) {
       errors_.push_back(std::move(*failed[index]));
     } else {
-      documents_.emplace(*markdown[index], std::move(read[index]));
+      documents_.try_emplace(*markdown[index], std::move(read[index]));
     }
   }
 }

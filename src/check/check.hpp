@@ -86,9 +86,11 @@ struct Problem {
 // The files under one root and the links and anchors of its Markdown files.
 class Repository {
  public:
-  // Reads every Markdown file of the tree, `jobs` at a time. A file that cannot be read is
-  // named in errors() and has no anchors.
-  Repository(const std::filesystem::path& root, const cli::Tree& tree, bool wiki, unsigned jobs);
+  // Reads every Markdown file of the tree and every file of `sources` (paths from the root,
+  // which a file argument may name whatever its extension), `jobs` at a time. A file that
+  // cannot be read is named in errors() and has no anchors.
+  Repository(const std::filesystem::path& root, const cli::Tree& tree,
+             const std::vector<std::string>& sources, bool wiki, unsigned jobs);
 
   const std::vector<cli::ReadError>& errors() const { return errors_; }
 

@@ -103,19 +103,22 @@ int run_check(const CheckOptions& options, std::ostream& out, std::ostream& err)
     }
     const bool only_changed = !options.changed.empty() || options.changed_since;
 
-    const Repository repository(group.root, tree, options.wiki, options.jobs);
+    std::vector<std::string> sources;
+    for (const cli::SourceFile& file : selection.files) {
+      if (auto path = from_root(group.root, file.location)) {
+        sources.push_back(std::move(*path));
+      } else {
+        err << "tarnwick-md: " << file.location.string() << " is not under the root "
+            << group.root.string() << " (name its repository with --root)\n";
+        failed = true;
+      }
+    }
+    const Repository repository(group.root, tree, sources, options.wiki, options.jobs);
     name_errors(repository.errors(), err);
     failed = failed || !repository.errors().empty();
-    for (const cli::SourceFile& file : selection.files) {
-      const auto path = from_root(group.root, file.location);
-      if (!path) {
-        err << "tarnwick-md: " << file.location.string() << " is not under the root "
-            << group.root.string() << "\n";
-        failed = true;
-        continue;
-      }
+    for (const std::string& path : sources) {
       ++files;
-      for (Problem& problem : repository.check_file(*path, links)) {
+      for (Problem& problem : repository.check_file(path, links)) {
         if (std::find(options.ignored.begin(), options.ignored.end(), problem.code) !=
             options.ignored.end())
           continue;
