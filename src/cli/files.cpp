@@ -190,9 +190,10 @@ bool matches_any(const std::vector<std::string>& globs, const std::string& name,
   });
 }
 
-// Walks a directory tree, handing each file and directory that the options keep to `visit`
-// with its path from the root. An entry that cannot be read is named in the errors and the
-// walk goes on with every other one. Followed links never lead into a directory twice.
+// Walks a directory tree, handing each file (a symbolic link not followed is one) and
+// directory that the options keep to `visit` with its path from the root. An entry that cannot be
+// read is named in the errors and the walk goes on with every other one. Followed links never lead
+// into a directory twice.
 void walk(const fs::path& root, const SelectionOptions& options, std::vector<ReadError>& errors,
           const std::function<void(const fs::directory_entry&, std::string path,
                                    bool is_directory)>& visit) {
@@ -234,7 +235,7 @@ void walk(const fs::path& root, const SelectionOptions& options, std::vector<Rea
       if (is_directory) {
         pending.push_back(it->path());
         visit(*it, std::move(path), true);
-      } else if (fs::is_regular_file(status)) {
+      } else if (fs::is_regular_file(status) || fs::is_symlink(status)) {
         visit(*it, std::move(path), false);
       }
     }
@@ -285,7 +286,8 @@ Selection select_files(const std::vector<std::string>& arguments, const Selectio
       std::vector<SourceFile> found;
       walk(location, options, selection.errors,
            [&](const fs::directory_entry& entry, std::string path, bool is_directory) {
-             if (!is_directory && is_markdown(entry.path().filename().string())) {
+             if (!is_directory && (options.follow || !entry.is_symlink()) &&
+                 is_markdown(entry.path().filename().string())) {
                std::string prefix = fqn_prefix(path);
                found.push_back({entry.path(), std::move(path), std::move(prefix)});
              }

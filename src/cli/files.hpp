@@ -48,8 +48,9 @@ Selection select_files(const std::vector<std::string>& arguments,
 // Whether a file name names a Markdown file: *.md or *.markdown, in any case.
 bool is_markdown(std::string_view name);
 
-// Every file and directory under a root that the options keep (Markdown or not), as sorted
-// paths from the root with "/" separators; the same walk as select_files.
+// Every file and directory under a root that the options keep (Markdown or not; a symbolic
+// link not followed counts as a file), as sorted paths from the root with "/" separators; the
+// same walk as select_files.
 struct Tree {
   std::vector<std::string> files;
   std::vector<std::string> directories;
