@@ -33,6 +33,13 @@ bool is_space(char c) {
 // The offsets at which the source's lines start; a line ends at "\n", "\r\n" or "\r".
 std::vector<std::size_t> line_starts(std::string_view source) {
   std::vector<std::size_t> starts{0};
+  if (source.find('\r') == std::string_view::npos) {
+    for (std::size_t pos = source.find('\n'); pos != std::string_view::npos;
+         pos = source.find('\n', pos + 1)) {
+      starts.push_back(pos + 1);
+    }
+    return starts;
+  }
   for (std::size_t pos = 0; pos < source.size(); ++pos) {
     if (source[pos] == '\r' && pos + 1 < source.size() && source[pos + 1] == '\n') ++pos;
     if (source[pos] == '\n' || source[pos] == '\r') starts.push_back(pos + 1);
@@ -41,8 +48,8 @@ std::vector<std::size_t> line_starts(std::string_view source) {
 }
 
 std::size_t line_end(std::string_view source, std::size_t pos) {
-  const std::size_t end = source.find_first_of("\r\n", pos);
-  return end == std::string_view::npos ? source.size() : end;
+  while (pos < source.size() && source[pos] != '\n' && source[pos] != '\r') ++pos;
+  return pos;
 }
 
 // The source with YAML front matter (a first line "---" up to a line "---" or "...") blanked,
@@ -311,29 +318,38 @@ bool has_overwide_row(std::string_view text) {
 constexpr std::size_t MOST_UNENDED_MARKUP = 64;
 
 void neutralize_unended_markup(std::string& text) {
-  struct Opener {
-    std::string_view start;
-    std::string_view end;
-  };
-  constexpr Opener OPENERS[] = {{"<?", "?>"}, {"<![CDATA[", "]]>"}, {"<!", ">"}};
-  const std::vector<std::size_t> starts = line_starts(text);
-  std::vector<std::size_t> unended;
-  for (const Opener& opener : OPENERS) {
-    const std::size_t last_end = text.rfind(opener.end);
-    std::size_t from = last_end == std::string::npos ? 0 : last_end;
-    for (std::size_t at; (at = text.find(opener.start, from)) != std::string::npos; from = at + 1) {
-      const bool declaration = opener.end == ">";
-      if (declaration &&
-          !(at + 2 < text.size() && std::isalpha(static_cast<unsigned char>(text[at + 2])))) {
-        continue;
-      }
-      const std::size_t line = *std::prev(std::upper_bound(starts.begin(), starts.end(), at));
-      if (skip_container_markers(text, line, at) == at || (at > 0 && text[at - 1] == '(')) continue;
-      unended.push_back(at);
+  enum class Kind { instruction, section, declaration };
+  std::vector<std::pair<std::size_t, Kind>> openers;
+  for (std::size_t at = text.find('<'); at != std::string::npos && at + 2 < text.size();
+       at = text.find('<', at + 1)) {
+    if (text[at + 1] == '?') {
+      openers.emplace_back(at, Kind::instruction);
+    } else if (text[at + 1] != '!') {
+      continue;
+    } else if (text.compare(at, 9, "<![CDATA[") == 0) {
+      openers.emplace_back(at, Kind::section);
+    } else if (std::isalpha(static_cast<unsigned char>(text[at + 2]))) {
+      openers.emplace_back(at, Kind::declaration);
     }
   }
-  if (unended.size() <= MOST_UNENDED_MARKUP) return;
-  for (const std::size_t at : unended) text[at] = '\x01';
+  if (openers.size() <= MOST_UNENDED_MARKUP) return;
+  // Each kind of opener can end only before the last of its ends.
+  const auto after_last = [&](std::string_view end) {
+    const std::size_t last = text.rfind(end);
+    return last == std::string::npos ? 0 : last + end.size();
+  };
+  const std::size_t ends[] = {after_last("?>"), after_last("]]>"), after_last(">")};
+  std::erase_if(openers, [&](const auto& opener) {
+    return opener.first < ends[static_cast<std::size_t>(opener.second)];
+  });
+  if (openers.size() <= MOST_UNENDED_MARKUP) return;
+  const std::vector<std::size_t> starts = line_starts(text);
+  for (const auto& [at, kind] : openers) {
+    const std::size_t line = *std::prev(std::upper_bound(starts.begin(), starts.end(), at));
+    if (skip_container_markers(text, line, at) != at && (at == 0 || text[at - 1] != '(')) {
+      text[at] = '\x01';
+    }
+  }
 }
 
 // GitHub's rendering: its extensions, footnotes on.

@@ -7,21 +7,24 @@ namespace tarnwick::cli {
 
 namespace {
 
-// Edits between two words: insertions, deletions, substitutions and swaps of neighbours.
+// Edits between two words: insertions, deletions, substitutions and swaps of neighbours. Three
+// rows of the table are all it needs.
 std::size_t distance(std::string_view a, std::string_view b) {
-  std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
-  for (std::size_t i = 0; i <= a.size(); ++i) d[i][0] = i;
-  for (std::size_t j = 0; j <= b.size(); ++j) d[0][j] = j;
+  std::vector<std::size_t> before(b.size() + 1), previous(b.size() + 1), row(b.size() + 1);
+  for (std::size_t j = 0; j <= b.size(); ++j) previous[j] = j;
   for (std::size_t i = 1; i <= a.size(); ++i) {
+    row[0] = i;
     for (std::size_t j = 1; j <= b.size(); ++j) {
-      d[i][j] = std::min(
-          {d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1)});
+      row[j] = std::min(
+          {previous[j] + 1, row[j - 1] + 1, previous[j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1)});
       if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) {
-        d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+        row[j] = std::min(row[j], before[j - 2] + 1);
       }
     }
+    std::swap(before, previous);
+    std::swap(previous, row);
   }
-  return d[a.size()][b.size()];
+  return previous[b.size()];
 }
 
 }  // namespace
@@ -36,6 +39,9 @@ std::optional<std::string> nearest(std::string_view word, std::span<const std::s
   std::optional<std::string> best;
   std::size_t best_distance = letters(word).size() / 3 + 1;
   for (const std::string& candidate : candidates) {
+    // Words that differ in length by the best distance found are at least that far apart.
+    const std::size_t a = letters(word).size(), b = letters(candidate).size();
+    if ((a > b ? a - b : b - a) >= best_distance) continue;
     const std::size_t d = distance(letters(word), letters(candidate));
     if (d < best_distance) {
       best = candidate;
