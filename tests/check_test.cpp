@@ -64,13 +64,13 @@ const Case CASES[] = {
     {"kinds_of_link",
      {{"a.md",
        "[i](x.md) ![img](y.png) [r][d] [s] [c][]\n"
-       "<a href=\"h.md\">h</a> <img\n  src=\"s.png\">\n"
+       "<a href=\"h&amp;.md\">h</a> <img\n  src=\"s.png\">\n"
        "`[code](no.md)`\n\n    [indented](no.md)\n\n```\n[fenced](no.md)\n```\n"
        "[unused]: no.md\n[d]: r.md\n[s]: s.md\n[C]: c.md\n"
        "[ext](https://example.com/x.md) [host](//example.com/x) [mail](mailto:a@b.c)\n"}},
-     {"a.md:1:1 missing-file x.md", "a.md:1:11 missing-file y.png", "a.md:2:4 missing-file h.md",
-      "a.md:3:3 missing-file s.png", "a.md:12:1 missing-file r.md", "a.md:13:1 missing-file s.md",
-      "a.md:14:1 missing-file c.md"}},
+     {"a.md:1:1 missing-file x.md", "a.md:1:11 missing-file y.png",
+      "a.md:2:4 missing-file h&amp;.md", "a.md:3:3 missing-file s.png",
+      "a.md:12:1 missing-file r.md", "a.md:13:1 missing-file s.md", "a.md:14:1 missing-file c.md"}},
     {"reference_reported_once_at_definition",
      {{"a.md", "[one][r] and [two][r] and [R]\n\n> [r]:\n>   <gone.md>\n"}},
      {"a.md:3:3 missing-file gone.md"}},

@@ -692,7 +692,7 @@ class Reader {
       const auto newlines = static_cast<int>(std::count(before.begin(), before.end(), '\n'));
       const std::size_t line_start = before.rfind('\n');
       found_.links.push_back(
-          {attribute.value, attribute.value, start.line + newlines,
+          {attribute.value, std::string(attribute.written), start.line + newlines,
            line_start == std::string_view::npos
                ? start.column + static_cast<std::int64_t>(attribute.offset)
                : continued_column(start.line + newlines, text.substr(line_start + 1),

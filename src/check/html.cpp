@@ -137,7 +137,7 @@ void for_each_attribute(std::string_view html,
           value = html.substr(start, pos - start);
         }
       }
-      if (!name.empty()) visit({std::move(name), decode_references(value), name_start});
+      if (!name.empty()) visit({std::move(name), decode_references(value), value, name_start});
     }
   }
 }

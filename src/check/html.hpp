@@ -9,9 +9,10 @@
 namespace tarnwick::check {
 
 struct HtmlAttribute {
-  std::string name;    // ASCII letters lowercased
-  std::string value;   // character references decoded
-  std::size_t offset;  // of the attribute's name in the HTML
+  std::string name;          // ASCII letters lowercased
+  std::string value;         // character references decoded
+  std::string_view written;  // the value as written, a view into the HTML
+  std::size_t offset;        // of the attribute's name in the HTML
 };
 
 // Calls `visit` for each attribute of each start tag of `html`, in order. Comments,

@@ -175,8 +175,9 @@ int main(int argc, char** argv) {
                           "page is a Markdown file of that name anywhere under the root.");
   check_command
       ->add_option("--changed", check.changed,
-                   "Report only the links from these files and the links into them.")
-      ->type_name("FILE...");
+                   "Report only the links from these files and the links into them. Takes "
+                   "the arguments up to the next option, so PATHs go before it.")
+      ->type_name("FILE");
   check_command
       ->add_option("--changed-since", check.changed_since,
                    "Report only the links from and into the files that differ from the git "
