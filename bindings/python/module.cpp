@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "check/run.hpp"
 #include "cli/files.hpp"
 #include "cli/index.hpp"
 #include "cli/records.hpp"
@@ -210,6 +211,40 @@ py::bytes index_jsonl(const py::bytes& data, const std::string& path, std::int64
   return py::bytes(text);
 }
 
+// The problems of the links under `paths`, as `tarnwick-md check` finds them: (problems as
+// tuples of the JSON Lines keys' values, files checked, links checked, errors).
+py::tuple check_paths(const std::vector<std::string>& paths, const std::optional<std::string>& root,
+                      const std::vector<std::string>& ignore, bool wiki,
+                      const std::vector<std::string>& changed,
+                      const std::optional<std::string>& changed_since, unsigned jobs) {
+  tarnwick::check::CheckOptions options;
+  options.paths = paths;
+  options.root = root;
+  options.wiki = wiki;
+  options.changed = changed;
+  options.changed_since = changed_since;
+  options.jobs = jobs;
+  for (const std::string& name : ignore) {
+    const auto code = tarnwick::check::code_named(name);
+    if (!code) throw py::value_error("'" + name + "' is not a problem code");
+    options.ignored.push_back(*code);
+  }
+  tarnwick::check::CheckResult result;
+  {
+    py::gil_scoped_release released;
+    result = tarnwick::check::find_problems(options);
+  }
+  if (result.stopped) throw py::value_error(*result.stopped);
+  py::list problems;
+  for (const tarnwick::check::Problem& problem : result.problems) {
+    problems.append(
+        py::make_tuple(problem.path, problem.line, problem.column, problem.target,
+                       std::string(tarnwick::check::info(problem.code).name), problem.message,
+                       problem.suggestion ? py::object(py::str(*problem.suggestion)) : py::none()));
+  }
+  return py::make_tuple(problems, result.files, result.links, result.errors);
+}
+
 }  // namespace
 
 PYBIND11_MODULE(_core, module) {
@@ -222,6 +257,8 @@ PYBIND11_MODULE(_core, module) {
   module.def("index_files_jsonl", &index_files_jsonl, py::arg("files"), py::arg("jobs"),
              py::arg("first_file_id"));
   module.def("index_jsonl", &index_jsonl, py::arg("data"), py::arg("path"), py::arg("file_id"));
+  module.def("check", &check_paths, py::arg("paths"), py::arg("root"), py::arg("ignore"),
+             py::arg("wiki"), py::arg("changed"), py::arg("changed_since"), py::arg("jobs"));
   module.def("index_files", &index_files, py::arg("files"), py::arg("jobs"),
              py::arg("first_file_id"), py::arg("symbol_type"), py::arg("reference_type"));
 }

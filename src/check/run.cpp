@@ -65,28 +65,25 @@ std::string with_thousands(std::size_t number) {
   return grouped;
 }
 
-void name_errors(const std::vector<cli::ReadError>& errors, std::ostream& err) {
+void add_errors(const std::vector<cli::ReadError>& errors, std::vector<std::string>& messages) {
   for (const cli::ReadError& error : errors) {
-    err << "tarnwick-md: cannot read " << error.what << ": " << error.reason << "\n";
+    messages.push_back("cannot read " + error.what + ": " + error.reason);
   }
 }
 
 }  // namespace
 
-int run_check(const CheckOptions& options, std::ostream& out, std::ostream& err) {
-  bool failed = false;
-  std::vector<Problem> reported;
-  std::size_t files = 0, links = 0;
+CheckResult find_problems(const CheckOptions& options) {
+  CheckResult result;
   for (const Group& group : groups_of(options)) {
     cli::SelectionOptions everything = options.selection;
     everything.hidden = true;
     everything.excludes.clear();
     everything.ignore_files = false;  // they hide files from tools, not from the repository
     const cli::Tree tree = cli::list_tree(group.root, everything);
-    name_errors(tree.errors, err);
+    add_errors(tree.errors, result.errors);
     const cli::Selection selection = cli::select_files(group.paths, options.selection);
-    name_errors(selection.errors, err);
-    failed = failed || !tree.errors.empty() || !selection.errors.empty();
+    add_errors(selection.errors, result.errors);
 
     std::unordered_set<std::string> changed;
     for (const std::string& path : options.changed) {
@@ -96,8 +93,8 @@ int run_check(const CheckOptions& options, std::ostream& out, std::ostream& err)
       std::string reason;
       const auto since = changed_since(group.root, *options.changed_since, reason);
       if (!since) {
-        err << "tarnwick-md: " << reason << "\n";
-        return 2;
+        result.stopped = reason;
+        return result;
       }
       changed.insert(since->begin(), since->end());
     }
@@ -108,29 +105,41 @@ int run_check(const CheckOptions& options, std::ostream& out, std::ostream& err)
       if (auto path = from_root(group.root, file.location)) {
         sources.push_back(std::move(*path));
       } else {
-        err << "tarnwick-md: " << file.location.string() << " is not under the root "
-            << group.root.string() << " (name its repository with --root)\n";
-        failed = true;
+        result.errors.push_back(file.location.string() + " is not under the root " +
+                                group.root.string() + " (name its repository with --root)");
       }
     }
     const Repository repository(group.root, tree, sources, options.wiki, options.jobs);
-    name_errors(repository.errors(), err);
-    failed = failed || !repository.errors().empty();
+    add_errors(repository.errors(), result.errors);
     for (const std::string& path : sources) {
-      ++files;
-      for (Problem& problem : repository.check_file(path, links)) {
+      ++result.files;
+      for (Problem& problem : repository.check_file(path, result.links)) {
         if (std::find(options.ignored.begin(), options.ignored.end(), problem.code) !=
-            options.ignored.end())
+            options.ignored.end()) {
           continue;
-        if (only_changed && !changed.contains(problem.path) && !changed.contains(problem.resolved))
+        }
+        if (only_changed && !changed.contains(problem.path) &&
+            !changed.contains(problem.resolved)) {
           continue;
+        }
         repository.suggest(problem);
         problem.path = shown(group.root, problem.path);
-        reported.push_back(std::move(problem));
+        result.problems.push_back(std::move(problem));
       }
     }
   }
+  return result;
+}
 
+int run_check(const CheckOptions& options, std::ostream& out, std::ostream& err) {
+  const CheckResult result = find_problems(options);
+  for (const std::string& error : result.errors) err << "tarnwick-md: " << error << "\n";
+  if (result.stopped) {
+    err << "tarnwick-md: " << *result.stopped << "\n";
+    return 2;
+  }
+  const std::vector<Problem>& reported = result.problems;
+  const std::size_t files = result.files, links = result.links;
   out << format_problems(reported, options.format);
   if (!cli::flushed(out, err)) return 2;
 
@@ -147,7 +156,7 @@ int run_check(const CheckOptions& options, std::ostream& out, std::ostream& err)
     }
     err << ")\n";
   }
-  if (failed) return 2;
+  if (!result.errors.empty()) return 2;
   return reported.empty() ? 0 : 1;
 }
 

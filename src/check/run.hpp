@@ -27,6 +27,18 @@ struct CheckOptions {
   unsigned jobs = 1;  // files read at once
 };
 
+struct CheckResult {
+  std::vector<Problem> problems;  // in the order of the paths, their paths as given
+  std::size_t files = 0;          // checked
+  std::size_t links = 0;          // checked
+  // Inputs that could not be read, and files not under their root; the rest was checked.
+  std::vector<std::string> errors;
+  std::optional<std::string> stopped;  // why nothing could be checked (--changed-since)
+};
+
+// The problems of the links of the paths' Markdown files, with their suggestions.
+CheckResult find_problems(const CheckOptions& options);
+
 // Writes the problems to `out`, a summary and errors to `err`. Returns 0 when there is no
 // problem, 1 when there are, 2 when an input could not be read or the output written.
 int run_check(const CheckOptions& options, std::ostream& out, std::ostream& err);

@@ -2,7 +2,7 @@
 
 ``index(data, path)`` gives the records of one file; ``index_paths(paths)`` walks files and
 folders as ``tarnwick-md index`` does and yields the records of every Markdown file, in the
-command's order. Each record is a dict with exactly the keys of its JSON Lines record (so
+command's order. ``check(paths)`` finds the broken links, as ``tarnwick-md check`` does. Each record is a dict with exactly the keys of its JSON Lines record (so
 ``json.dumps(record)`` writes what the command writes), whose values can also be read as
 attributes (``record.fqn``).
 """
@@ -15,7 +15,7 @@ from typing import Iterable, Iterator, List, Optional, Union
 from . import _core
 
 __all__ = ["IndexedDocument", "Record", "Symbol", "Reference", "index", "index_paths",
-           "__version__"]
+           "Problem", "CheckResult", "check", "__version__"]
 
 __version__: str = _core.VERSION
 
@@ -107,3 +107,57 @@ def index_paths(paths: Union[str, os.PathLike, Iterable[Union[str, os.PathLike]]
             if error is not None:
                 raise OSError(error)
             yield from records
+
+
+class Problem(Record):
+    """A broken link: the keys of ``tarnwick-md check --format json``."""
+
+    __slots__ = ()
+
+
+_PROBLEM_KEYS = ("path", "line", "column", "target", "code", "message", "suggestion")
+
+
+class CheckResult:
+    """What ``check`` found: the problems, how many files and links it checked, and the inputs
+    it could not read (each a message; everything else was checked)."""
+
+    __slots__ = ("problems", "files", "links", "errors")
+
+    def __init__(self, problems: List[Problem], files: int, links: int, errors: List[str]):
+        self.problems = problems
+        self.files = files
+        self.links = links
+        self.errors = errors
+
+    def __repr__(self) -> str:
+        return (f"CheckResult({len(self.problems)} problems in {self.files} files, "
+                f"{self.links} links, {len(self.errors)} errors)")
+
+
+def check(paths: Union[str, os.PathLike, Iterable[Union[str, os.PathLike]]] = ".", *,
+          root: Optional[Union[str, os.PathLike]] = None, ignore: Iterable[str] = (),
+          wiki: bool = False, changed: Iterable[Union[str, os.PathLike]] = (),
+          changed_since: Optional[str] = None, jobs: Optional[int] = None) -> CheckResult:
+    """The broken links of the Markdown files under ``paths``, as ``tarnwick-md check``.
+
+    Each folder is a repository root (``root`` makes one root of all the paths); ``ignore``
+    names problem codes not to report; ``wiki`` checks ``[[wiki links]]`` too; ``changed``
+    (files) or ``changed_since`` (a git commit) keeps only the links from and into the files
+    changed. Problems come in the command's order with its keys. Raises ``ValueError`` for an
+    unknown code or a commit git does not know; the GIL is released while checking.
+    """
+    if isinstance(paths, (str, os.PathLike)):
+        paths = [paths]
+    paths = [os.fspath(p) for p in paths]
+    if jobs is None:
+        jobs = os.cpu_count() or 1
+    if not isinstance(jobs, int) or isinstance(jobs, bool) or not 1 <= jobs <= 1024:
+        raise ValueError(f"jobs must be an integer from 1 to 1024, not {jobs!r}")
+    if isinstance(ignore, str):
+        ignore = [ignore]
+    found, files, links, errors = _core.check(
+        paths, None if root is None else os.fspath(root), list(ignore), bool(wiki),
+        [os.fspath(p) for p in changed], changed_since, jobs)
+    return CheckResult([Problem(zip(_PROBLEM_KEYS, values)) for values in found], files, links,
+                       errors)

@@ -42,3 +42,23 @@ def index(data: Union[bytes, str], path: str) -> IndexedDocument: ...
 def index_paths(
     paths: Union[str, os.PathLike, Iterable[Union[str, os.PathLike]]], jobs: Optional[int] = ...
 ) -> Iterator[Union[Symbol, Reference]]: ...
+
+class Problem(Record):
+    path: str
+    line: int
+    column: int
+    target: str
+    code: str
+    message: str
+    suggestion: Optional[str]
+
+class CheckResult:
+    problems: List[Problem]
+    files: int
+    links: int
+    errors: List[str]
+
+def check(paths: Union[str, os.PathLike, Iterable[Union[str, os.PathLike]]] = ".", *,
+          root: Optional[Union[str, os.PathLike]] = None, ignore: Iterable[str] = (),
+          wiki: bool = False, changed: Iterable[Union[str, os.PathLike]] = (),
+          changed_since: Optional[str] = None, jobs: Optional[int] = None) -> CheckResult: ...
