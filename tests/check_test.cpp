@@ -74,6 +74,9 @@ const Case CASES[] = {
     {"reference_reported_once_at_definition",
      {{"a.md", "[one][r] and [two][r] and [R]\n\n> [r]:\n>   <gone.md>\n"}},
      {"a.md:3:3 missing-file gone.md"}},
+    {"definition_not_within_a_paragraph",
+     {{"a.md", "Text\n[d]: no.md\n\n# [d]: no.md\n\n[d]: gone.md\n\n[x][d]\n"}},
+     {"a.md:6:1 missing-file gone.md"}},
     {"written_as_written",
      {{"a.md",
        "[a](<my file.md>) [b](x\\_y.md \"title\") [c](multi\nline.md)\n"

@@ -196,21 +196,26 @@ struct Definition {
   std::string written;
 };
 
+// Inclusive ranges of lines that hold no link reference definition: code, HTML, headings,
+// tables and the text of paragraphs (a definition cannot interrupt a paragraph).
 using Lines = std::vector<std::pair<std::int64_t, std::int64_t>>;
 
 // The link reference definitions of the source, by normalised label; the first of a label
-// wins. Lines of code and HTML blocks hold none.
+// wins.
 std::unordered_map<std::string, Definition> find_definitions(std::string_view source,
                                                              const std::vector<std::size_t>& starts,
                                                              const Lines& excluded) {
+  std::vector<bool> skipped(starts.size() + 1);
+  for (const auto& [first, last] : excluded) {
+    for (auto line = std::max<std::int64_t>(first, 1);
+         line <= std::min<std::int64_t>(last, static_cast<std::int64_t>(starts.size())); ++line) {
+      skipped[static_cast<std::size_t>(line)] = true;
+    }
+  }
   std::unordered_map<std::string, Definition> definitions;
   for (std::size_t index = 0; index < starts.size(); ++index) {
     const auto line = static_cast<std::int64_t>(index) + 1;
-    if (std::any_of(excluded.begin(), excluded.end(), [&](const auto& range) {
-          return line >= range.first && line <= range.second;
-        })) {
-      continue;
-    }
+    if (skipped[index + 1]) continue;
     const std::size_t end = line_end(source, starts[index]);
     const std::size_t open = skip_container_markers(source, starts[index], end);
     if (open >= end || source[open] != '[' || source.substr(open + 1).starts_with("^")) continue;
@@ -453,6 +458,8 @@ class Reader {
     if (paragraph_) note(*paragraph_, node, type);
     switch (type) {
       case CMARK_NODE_HEADING:
+        blocks_without_definitions_.emplace_back(cmark_node_get_start_line(node),
+                                                 cmark_node_get_end_line(node));
         heading(node);
         break;
       case CMARK_NODE_HTML_BLOCK:
@@ -484,6 +491,11 @@ class Reader {
         }
         break;
       default:
+        // The table extension's node type has no public name.
+        if (std::string_view(cmark_node_get_type_string(node)) == "table") {
+          blocks_without_definitions_.emplace_back(cmark_node_get_start_line(node),
+                                                   cmark_node_get_end_line(node));
+        }
         break;
     }
   }
@@ -537,6 +549,8 @@ class Reader {
       }
       placement.column_shift.emplace(line, static_cast<int>(content - start) + 1 - column);
     }
+    blocks_without_definitions_.emplace_back(placement.line(placement.first_line),
+                                             cmark_node_get_end_line(paragraph.node));
     for (cmark_node* node : paragraph.placed) place(node, placement);
   }
 
