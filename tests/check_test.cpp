@@ -124,14 +124,15 @@ const Case CASES[] = {
       "a.md:11:33 missing-anchor #a-3 -> #a-1", "a.md:12:1 missing-anchor #x"}},
     {"html_anchors_footnotes_and_other_files",
      {{"a.md",
-       "<a name=\"old-name\"></a>\n<div id=\"Block\">x</div>\n\nText[^note].\n\n[^note]: A "
-       "note.\n\n"
+       "<a name=\"old-name\"></a>\n<div id=\"Block\">x</div>\n\nText[^note], again[^note].\n\n"
+       "[^note]: A note.\n\n"
        "[n](#old-name) [b](#Block) [b2](#block) [f](#fn-note) [r](#fnref-note)\n"
-       "[o](b.md#install) [o2](b.md#nope) [img](b.png#layer) [gone](c.md#x)\n"},
-      {"b.md", "# Install\n"},
+       "[o](b.md#install) [o2](b.md#nope) [img](b.png#layer) [gone](c.md#x)\n"
+       "[r2](#fnref-note-2) [r3](#fnref-note-3) [n](b.md#step1)\n"},
+      {"b.md", "# Install\n## Step[^s]\n\n[^s]: The step.\n"},
       {"b.png", ""}},
      {"a.md:8:28 missing-anchor #block -> #Block", "a.md:9:19 missing-anchor-other-file b.md#nope",
-      "a.md:9:54 missing-file c.md#x"}},
+      "a.md:9:54 missing-file c.md#x", "a.md:10:21 missing-anchor #fnref-note-3 -> #fnref-note-2"}},
     {"folders_and_their_readme",
      {{"a.md", "[d](docs#guide) [s](docs/#guide) [n](docs#nope) [e](empty#x) [ok](empty)\n"},
       {"docs/ReadMe.md", "# Guide\n"},

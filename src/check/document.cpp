@@ -254,13 +254,14 @@ const char* literal(cmark_node* node) {
   return text ? text : "";
 }
 
-// The text of a heading as a browser shows it: text, code and link text, no image alt, no
-// tags; line breaks become "\n", which the id drops.
+// The text of a heading as a browser shows it: text, code and link text, footnote numbers,
+// no image alt, no tags; line breaks become "\n", which the id drops.
 void append_rendered_text(cmark_node* node, std::string& text) {
   for (cmark_node* child = cmark_node_first_child(node); child; child = cmark_node_next(child)) {
     switch (cmark_node_get_type(child)) {
       case CMARK_NODE_TEXT:
       case CMARK_NODE_CODE:
+      case CMARK_NODE_FOOTNOTE_REFERENCE:  // shown as its number, which is its literal
         text += literal(child);
         break;
       case CMARK_NODE_SOFTBREAK:
@@ -269,7 +270,6 @@ void append_rendered_text(cmark_node* node, std::string& text) {
         break;
       case CMARK_NODE_IMAGE:
       case CMARK_NODE_HTML_INLINE:
-      case CMARK_NODE_FOOTNOTE_REFERENCE:
         break;
       default:
         append_rendered_text(child, text);
@@ -605,14 +605,18 @@ class Reader {
     if (!id.empty()) found_.anchors.insert(std::move(id));
   }
 
-  // A footnote's note and its first reference have ids made of its label, which the tree
-  // does not keep (the reference's literal is its number): it is read from "[^label]".
+  // A footnote's note and its references have ids made of its label ("fn-x"; "fnref-x",
+  // "fnref-x-2", ...), which the tree does not keep (a reference's literal is the note's
+  // number): it is read from "[^label]".
   void footnote(cmark_node* node, const Placement& placement) {
     const auto span = source_span(start_of(node, placement), end_of(node, placement));
     if (!span || !span->starts_with("[^") || !span->ends_with(']')) return;
-    const std::string_view label = span->substr(2, span->size() - 3);
-    found_.anchors.insert("fn-" + std::string(label));
-    found_.anchors.insert("fnref-" + std::string(label));
+    const std::string label(span->substr(2, span->size() - 3));
+    const unsigned seen = ++footnote_references_[label];
+    found_.anchors.insert("fn-" + label);
+    std::string reference = "fnref-" + label;
+    if (seen > 1) reference.append("-").append(std::to_string(seen));
+    found_.anchors.insert(std::move(reference));
   }
 
   // The source between two positions, both inclusive; none when they fall outside it.
@@ -767,6 +771,7 @@ class Reader {
   HeadingIds ids_;
   LinkedDocument found_;
   std::optional<Paragraph> paragraph_;
+  std::unordered_map<std::string, unsigned> footnote_references_;  // by label
   std::vector<ReferenceUse> references_;
   Lines blocks_without_definitions_;
 };
