@@ -81,6 +81,17 @@ def index(data: Union[bytes, str], path: str) -> IndexedDocument:
     return IndexedDocument(*_core.index(data, path, 0, Symbol, Reference))
 
 
+def _paths_and_jobs(paths, jobs: Optional[int]):
+    """The paths as a list of str, and the number of threads (default: the cores)."""
+    if isinstance(paths, (str, os.PathLike)):
+        paths = [paths]
+    if jobs is None:
+        jobs = os.cpu_count() or 1
+    if not isinstance(jobs, int) or isinstance(jobs, bool) or not 1 <= jobs <= 1024:
+        raise ValueError(f"jobs must be an integer from 1 to 1024, not {jobs!r}")
+    return [os.fspath(p) for p in paths], jobs
+
+
 def index_paths(paths: Union[str, os.PathLike, Iterable[Union[str, os.PathLike]]],
                 jobs: Optional[int] = None) -> Iterator[Record]:
     """Yields the records of every Markdown file under ``paths``, as ``tarnwick-md index``.
@@ -90,13 +101,7 @@ def index_paths(paths: Union[str, os.PathLike, Iterable[Union[str, os.PathLike]]
     order, each file's symbols then its references. A path or file that cannot be read raises
     ``OSError`` naming it, when the walk reaches it.
     """
-    if isinstance(paths, (str, os.PathLike)):
-        paths = [paths]
-    paths = [os.fspath(p) for p in paths]
-    if jobs is None:
-        jobs = os.cpu_count() or 1
-    if not isinstance(jobs, int) or isinstance(jobs, bool) or not 1 <= jobs <= 1024:
-        raise ValueError(f"jobs must be an integer from 1 to 1024, not {jobs!r}")
+    paths, jobs = _paths_and_jobs(paths, jobs)
     files, errors = _core.select(paths)
     if errors:
         what, reason = errors[0]
@@ -147,13 +152,7 @@ def check(paths: Union[str, os.PathLike, Iterable[Union[str, os.PathLike]]] = ".
     changed. Problems come in the command's order with its keys. Raises ``ValueError`` for an
     unknown code or a commit git does not know; the GIL is released while checking.
     """
-    if isinstance(paths, (str, os.PathLike)):
-        paths = [paths]
-    paths = [os.fspath(p) for p in paths]
-    if jobs is None:
-        jobs = os.cpu_count() or 1
-    if not isinstance(jobs, int) or isinstance(jobs, bool) or not 1 <= jobs <= 1024:
-        raise ValueError(f"jobs must be an integer from 1 to 1024, not {jobs!r}")
+    paths, jobs = _paths_and_jobs(paths, jobs)
     if isinstance(ignore, str):
         ignore = [ignore]
     found, files, links, errors = _core.check(
