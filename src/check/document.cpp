@@ -99,32 +99,39 @@ bool is_escaped(std::string_view text, std::size_t pos) {
   return backslashes % 2 == 1;
 }
 
+// The destination that starts at `pos` of `text`, as written, moving `pos` past it: "<...>" to
+// an unescaped ">" (the brackets not written), or a run without spaces whose parentheses
+// balance.
+std::string_view destination_at(std::string_view text, std::size_t& pos) {
+  if (pos < text.size() && text[pos] == '<') {
+    std::size_t close = pos + 1;
+    while (close < text.size() && (text[close] != '>' || is_escaped(text, close))) ++close;
+    const std::string_view written = text.substr(pos + 1, close - pos - 1);
+    pos = close + 1;
+    return written;
+  }
+  const std::size_t start = pos;
+  int depth = 0;
+  for (; pos < text.size() && !is_space(text[pos]); ++pos) {
+    if (text[pos] == '\\') {
+      ++pos;
+    } else if (text[pos] == '(') {
+      ++depth;
+    } else if (text[pos] == ')') {
+      if (depth == 0) break;
+      --depth;
+    }
+  }
+  pos = std::min(pos, text.size());
+  return text.substr(start, pos - start);
+}
+
 // Moves past the destination and optional title of an inline link, from just after its "(";
 // the destination as written is returned through `written`. Returns where ")" should be.
 std::size_t skip_destination_and_title(std::string_view link, std::size_t pos,
                                        std::string_view& written) {
   while (pos < link.size() && is_space(link[pos])) ++pos;
-  if (pos < link.size() && link[pos] == '<') {
-    std::size_t close = pos + 1;
-    while (close < link.size() && (link[close] != '>' || is_escaped(link, close))) ++close;
-    written = link.substr(pos + 1, close - pos - 1);
-    pos = close + 1;
-  } else {
-    const std::size_t start = pos;
-    int depth = 0;
-    for (; pos < link.size() && !is_space(link[pos]); ++pos) {
-      if (link[pos] == '\\') {
-        ++pos;
-      } else if (link[pos] == '(') {
-        ++depth;
-      } else if (link[pos] == ')') {
-        if (depth == 0) break;
-        --depth;
-      }
-    }
-    pos = std::min(pos, link.size());
-    written = link.substr(start, pos - start);
-  }
+  written = destination_at(link, pos);
   while (pos < link.size() && is_space(link[pos])) ++pos;
   if (pos < link.size() && (link[pos] == '"' || link[pos] == '\'' || link[pos] == '(')) {
     const char close = link[pos] == '(' ? ')' : link[pos];
@@ -165,14 +172,16 @@ std::optional<std::string_view> reference_label(std::string_view link) {
   return link.substr(text_start, open - 1 - text_start);  // [label][]
 }
 
+// Skips the markers of block quotes that open a line, and its indentation.
+std::size_t skip_quote_markers(std::string_view source, std::size_t pos, std::size_t end) {
+  while (pos < end && (is_blank(source[pos]) || source[pos] == '>')) ++pos;
+  return pos;
+}
+
 // Skips the markers of block quotes and list items that open a line, and its indentation.
 std::size_t skip_container_markers(std::string_view source, std::size_t pos, std::size_t end) {
   for (;;) {
-    while (pos < end && is_blank(source[pos])) ++pos;
-    if (pos < end && source[pos] == '>') {
-      ++pos;
-      continue;
-    }
+    pos = skip_quote_markers(source, pos, end);
     std::size_t marker = pos;
     if (marker < end && (source[marker] == '-' || source[marker] == '+' || source[marker] == '*')) {
       ++marker;
@@ -229,19 +238,9 @@ std::unordered_map<std::string, Definition> find_definitions(std::string_view so
     while (pos < end && is_blank(source[pos])) ++pos;
     if (pos == end && index + 1 < starts.size()) {
       const std::size_t next_end = line_end(source, starts[index + 1]);
-      pos = starts[index + 1];
-      while (pos < next_end && (is_blank(source[pos]) || source[pos] == '>')) ++pos;
+      pos = skip_quote_markers(source, starts[index + 1], next_end);
     }
-    const std::size_t destination_end = line_end(source, pos);
-    std::string_view written;
-    if (pos < destination_end && source[pos] == '<') {
-      const std::size_t gt = source.find('>', pos);
-      written = source.substr(pos + 1, std::min(gt, destination_end) - pos - 1);
-    } else {
-      std::size_t stop = pos;
-      while (stop < destination_end && !is_space(source[stop])) ++stop;
-      written = source.substr(pos, stop - pos);
-    }
+    const std::string_view written = destination_at(source.substr(0, line_end(source, pos)), pos);
     definitions.try_emplace(normalize_label(source.substr(open + 1, close - open - 1)),
                             Definition{line, static_cast<std::int64_t>(open - starts[index]) + 1,
                                        std::string(written)});
@@ -542,8 +541,7 @@ class Reader {
       if (real_line < 1 || static_cast<std::size_t>(real_line) > starts_.size()) continue;
       const std::size_t start = starts_[static_cast<std::size_t>(real_line) - 1];
       const std::size_t end = line_end(source_, start);
-      std::size_t content = start;
-      while (content < end && (is_blank(source_[content]) || source_[content] == '>')) ++content;
+      std::size_t content = skip_quote_markers(source_, start, end);
       if (is_code) {
         while (content < end && source_[content] == '`') ++content;
       }
