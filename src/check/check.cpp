@@ -96,8 +96,13 @@ bool is_line_fragment(std::string_view fragment) {
   return pos == fragment.size();
 }
 
+// A name or path without its last extension.
+std::string_view stem_of(std::string_view name) {
+  return name.substr(0, name.rfind('.'));
+}
+
 bool is_readme(std::string_view name) {
-  return cli::is_markdown(name) && lowercase(name.substr(0, name.rfind('.'))) == "readme";
+  return cli::is_markdown(name) && lowercase(stem_of(name)) == "readme";
 }
 
 // A link from the file at `from` to `to` written as `written` was: from the root when it
@@ -153,8 +158,7 @@ Repository::Repository(const fs::path& root, const cli::Tree& tree,
     children_[std::string(parent_of(file))].emplace_back(name_of(file));
     if (cli::is_markdown(name_of(file))) {
       markdown.push_back(&file);
-      const std::string_view name = name_of(file);
-      pages_[lowercase(name.substr(0, name.rfind('.')))].push_back(file);
+      pages_[lowercase(stem_of(name_of(file)))].push_back(file);
     }
   }
 
@@ -343,12 +347,12 @@ std::optional<Problem> Repository::check_wiki_link(const std::string& path,
     return heading.empty() ? std::nullopt
                            : check_fragment(path, path, std::string(heading), true, link);
   }
-  if (cli::is_markdown(page)) page = page.substr(0, page.rfind('.'));
+  if (cli::is_markdown(page)) page = stem_of(page);
   const std::string lowered = lowercase(page);
   std::vector<std::string> matches;
   if (const auto found = pages_.find(lowercase(name_of(page))); found != pages_.end()) {
     for (const std::string& candidate : found->second) {
-      const std::string stem = lowercase(candidate.substr(0, candidate.rfind('.')));
+      const std::string stem = lowercase(stem_of(candidate));
       if (stem == lowered || stem.ends_with("/" + lowered)) matches.push_back(candidate);
     }
   }
@@ -379,12 +383,9 @@ void Repository::suggest(Problem& problem) const {
       const auto names = children_.find(std::string(parent_of(problem.resolved)));
       if (names == children_.end()) return;
       // Names are compared without their extensions, which would make any two short names near.
-      const auto stem = [](std::string_view name) {
-        return std::string(name.substr(0, name.rfind('.')));
-      };
       std::vector<std::string> stems;
-      for (const std::string& name : names->second) stems.push_back(stem(name));
-      const auto near_stem = cli::nearest(stem(name_of(problem.resolved)), stems);
+      for (const std::string& name : names->second) stems.emplace_back(stem_of(name));
+      const auto near_stem = cli::nearest(stem_of(name_of(problem.resolved)), stems);
       if (!near_stem) return;
       const std::string& near = names->second[static_cast<std::size_t>(
           std::find(stems.begin(), stems.end(), *near_stem) - stems.begin())];
@@ -410,8 +411,7 @@ void Repository::suggest(Problem& problem) const {
     case Code::missing_page: {
       std::vector<std::string> stems;
       for (const auto& [stem, paths] : pages_) {
-        for (const std::string& page : paths)
-          stems.emplace_back(name_of(page).substr(0, name_of(page).rfind('.')));
+        for (const std::string& page : paths) stems.emplace_back(stem_of(name_of(page)));
       }
       std::sort(stems.begin(), stems.end());
       problem.suggestion = cli::nearest(name_of(problem.resolved), stems);
