@@ -14,11 +14,16 @@ std::string_view level(Code code) {
   return info(code).site_generator ? "warning" : "error";
 }
 
+// A problem's message, and its suggestion when there is one.
+std::string message_with_suggestion(const Problem& problem) {
+  return problem.message +
+         (problem.suggestion ? " (did you mean \"" + *problem.suggestion + "\"?)" : std::string());
+}
+
 void append_text(std::string& out, const Problem& problem) {
   out += problem.path + ":" + std::to_string(problem.line) + ":" + std::to_string(problem.column) +
-         ": " + std::string(info(problem.code).name) + ": " + problem.message;
-  if (problem.suggestion) out += " (did you mean \"" + *problem.suggestion + "\"?)";
-  out += '\n';
+         ": " + std::string(info(problem.code).name) + ": " + message_with_suggestion(problem) +
+         "\n";
 }
 
 void append_json(std::string& out, const Problem& problem) {
@@ -39,11 +44,6 @@ void append_json(std::string& out, const Problem& problem) {
     out += "null";
   }
   out += "}\n";
-}
-
-std::string message_with_suggestion(const Problem& problem) {
-  return problem.message +
-         (problem.suggestion ? " (did you mean \"" + *problem.suggestion + "\"?)" : std::string());
 }
 
 // Workflow command values escape "%", CR and LF; property values also ":" and ",".
