@@ -63,6 +63,14 @@ std::optional<std::string> unknown_option(const CLI::App& command, int argc, cha
   return std::nullopt;
 }
 
+// -j/--jobs: how many files at once, from 1 to 1024, by default one per core.
+void add_jobs_option(CLI::App& command, unsigned& jobs, const std::string& description) {
+  jobs = std::max(1u, std::thread::hardware_concurrency());
+  command.add_option("-j,--jobs", jobs, description)
+      ->type_name("N")
+      ->check(CLI::Range(1u, 1024u).description(""));
+}
+
 int print_help(const CLI::App& command) {
   std::cout << command.help(command.get_parent() ? PROGRAM : "");
   return tarnwick::cli::flushed(std::cout, std::cerr) ? 0 : 1;
@@ -123,13 +131,9 @@ int main(int argc, char** argv) {
                           "directory arguments keep distinct paths.");
   index_command->add_flag("--files", index.list_files,
                           "Print the files that would be indexed, one a line, and stop.");
-  index.jobs = std::max(1u, std::thread::hardware_concurrency());
-  index_command
-      ->add_option("-j,--jobs", index.jobs,
-                   "Files indexed at once (1 to 1024), each on its own thread. The output is "
-                   "the same for any number. Default: the number of cores.")
-      ->type_name("N")
-      ->check(CLI::Range(1u, 1024u).description(""));
+  add_jobs_option(*index_command, index.jobs,
+                  "Files indexed at once (1 to 1024), each on its own thread. The output is the "
+                  "same for any number. Default: the number of cores.");
   index_command->footer(
       "Examples:\n"
       "  tarnwick-md index docs > records.jsonl\n"
@@ -197,12 +201,8 @@ int main(int argc, char** argv) {
   bool check_no_ignore = false;
   check_command->add_flag("--no-ignore", check_no_ignore,
                           "Take what git ignores as part of the repository too.");
-  check.jobs = std::max(1u, std::thread::hardware_concurrency());
-  check_command
-      ->add_option("-j,--jobs", check.jobs,
-                   "Files read at once (1 to 1024). Default: the number of cores.")
-      ->type_name("N")
-      ->check(CLI::Range(1u, 1024u).description(""));
+  add_jobs_option(*check_command, check.jobs,
+                  "Files read at once (1 to 1024). Default: the number of cores.");
   {
     std::string codes = "Problem codes:\n";
     for (const auto& code : tarnwick::check::CODES) {
