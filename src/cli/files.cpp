@@ -127,10 +127,11 @@ class GitIgnores {
   // wins, so the directories above it must have been taken in first.
   void add_ignore_file(const fs::path& directory, std::vector<ReadError>& errors) {
     if (!repository_) return;
-    const std::optional<std::string> path = work_tree_path(directory);
     const fs::path file = directory / ".ignore";
     std::error_code error;
-    if (!path || !fs::exists(file, error)) return;
+    if (!fs::exists(file, error)) return;
+    const std::optional<std::string> path = work_tree_path(directory);
+    if (!path) return;
     std::string reason;
     const std::optional<std::string> text = read_file(file, reason);
     if (!text) {
