@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "check/document.hpp"
+#include "gfm/document.hpp"
 #include "invariants.hpp"
 
 using namespace tarnwick;
@@ -11,6 +11,6 @@ using namespace tarnwick;
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view markdown(reinterpret_cast<const char*>(data), size);
   for (const bool wiki : {false, true})
-    fuzz::check_links(check::read_links(markdown, wiki), markdown);
+    fuzz::check_links(gfm::read_links(markdown, wiki), markdown);
   return 0;
 }

@@ -51,16 +51,16 @@ void check_references(std::span<const engines::references::ReferenceInfo> refere
   }
 }
 
-void check_links(const check::LinkedDocument& read, std::string_view markdown) {
+void check_links(const gfm::LinkedDocument& read, std::string_view markdown) {
   std::int64_t lines = 1;
   for (std::size_t pos = 0; pos < markdown.size(); ++pos) {
     if (markdown[pos] == '\r' && pos + 1 < markdown.size() && markdown[pos + 1] == '\n') ++pos;
     if (markdown[pos] == '\n' || markdown[pos] == '\r') ++lines;
   }
-  for (const check::Link& link : read.links) {
+  for (const gfm::Link& link : read.links) {
     require(link.line >= 1 && link.line <= lines, "a link is on a line of the document");
     require(link.column >= 1, "a link's column counts from 1");
-    require(!link.destination.empty() && !check::is_external(link.destination),
+    require(!link.destination.empty() && !gfm::is_external(link.destination),
             "a link leads into the repository");
   }
   for (const auto& anchor : read.anchors) require(!anchor.empty(), "an anchor has a name");

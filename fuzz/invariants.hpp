@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "check/document.hpp"
+#include "gfm/document.hpp"
 #include "tarnwick/engines/markdown.hpp"
 
 namespace tarnwick::fuzz {
@@ -22,6 +22,6 @@ void check_references(std::span<const engines::references::ReferenceInfo> refere
                       std::int64_t line_count);
 
 // What the link checker reads of a document, `markdown`.
-void check_links(const check::LinkedDocument& read, std::string_view markdown);
+void check_links(const gfm::LinkedDocument& read, std::string_view markdown);
 
 }  // namespace tarnwick::fuzz

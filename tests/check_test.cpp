@@ -10,13 +10,14 @@
 #include <vector>
 
 #include "check/check.hpp"
-#include "check/document.hpp"
-#include "check/html.hpp"
+#include "gfm/document.hpp"
+#include "gfm/html.hpp"
 
 namespace tarnwick::check {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace gfm;
 
 struct Case {
   const char* name;
@@ -26,14 +27,14 @@ struct Case {
 };
 
 std::vector<std::string> check_all(const fs::path& root, bool wiki) {
-  cli::SelectionOptions everything;
+  repo::SelectionOptions everything;
   everything.hidden = true;
   everything.git_ignores = false;
-  const cli::Tree tree = cli::list_tree(root, everything);
+  const repo::Tree tree = repo::list_tree(root, everything);
   const Repository repository(root, tree, {}, wiki, 2);
   std::vector<std::string> found;
   for (const std::string& file : tree.files) {
-    if (!cli::is_markdown(file)) continue;
+    if (!repo::is_markdown(file)) continue;
     std::size_t links = 0;
     for (Problem& problem : repository.check_file(file, links)) {
       repository.suggest(problem);

@@ -42,7 +42,7 @@ TEST(Regressions, CheckedDocumentsKeepEveryInvariant) {
   int count = 0;
   for (const auto& entry : fs::directory_iterator(folder)) {
     const std::string text = read(entry.path());
-    for (const bool wiki : {false, true}) fuzz::check_links(check::read_links(text, wiki), text);
+    for (const bool wiki : {false, true}) fuzz::check_links(gfm::read_links(text, wiki), text);
     ++count;
   }
   EXPECT_GT(count, 0) << "no regression inputs in " << folder;

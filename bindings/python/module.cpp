@@ -6,10 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "check/run.hpp"
-#include "cli/files.hpp"
-#include "cli/index.hpp"
-#include "cli/records.hpp"
+#include "check/find.hpp"
+#include "repo/extraction.hpp"
+#include "repo/records.hpp"
 #include "tarnwick/markdown.hpp"
 #include "text/utf8.hpp"
 
@@ -124,10 +123,10 @@ py::tuple index_one(const py::object& data, const std::string& path, std::int64_
 // The files of the arguments as the command selects and orders them: (location, path,
 // prefix) triples, and the (what, reason) of each argument or entry that could not be read.
 py::tuple select_paths(const std::vector<std::string>& paths) {
-  tarnwick::cli::Selection selection;
+  tarnwick::repo::Selection selection;
   {
     py::gil_scoped_release released;
-    selection = tarnwick::cli::select_files(paths);
+    selection = tarnwick::repo::select_files(paths);
   }
   py::list files, errors;
   for (const auto& f : selection.files) {
@@ -143,15 +142,15 @@ py::tuple select_paths(const std::vector<std::string>& paths) {
 py::list index_files(const std::vector<std::tuple<std::string, std::string, std::string>>& files,
                      unsigned jobs, std::int64_t first_file_id, const py::object& symbol_type,
                      const py::object& reference_type) {
-  std::vector<tarnwick::cli::SourceFile> sources;
+  std::vector<tarnwick::repo::SourceFile> sources;
   for (const auto& [location, path, prefix] : files) sources.push_back({location, path, prefix});
-  std::vector<tarnwick::cli::Extracted> extracted;
+  std::vector<tarnwick::repo::Extracted> extracted;
   extracted.reserve(sources.size());
   {
     py::gil_scoped_release released;
-    tarnwick::cli::extract_in_order(
+    tarnwick::repo::extract_in_order(
         sources, first_file_id, jobs, false,
-        [&](const tarnwick::cli::SourceFile&, const tarnwick::cli::Extracted& e) {
+        [&](const tarnwick::repo::SourceFile&, const tarnwick::repo::Extracted& e) {
           extracted.push_back(e);
           return true;
         });
@@ -177,20 +176,20 @@ py::list index_files(const std::vector<std::tuple<std::string, std::string, std:
 py::bytes index_files_jsonl(
     const std::vector<std::tuple<std::string, std::string, std::string>>& files, unsigned jobs,
     std::int64_t first_file_id) {
-  std::vector<tarnwick::cli::SourceFile> sources;
+  std::vector<tarnwick::repo::SourceFile> sources;
   for (const auto& [location, path, prefix] : files) sources.push_back({location, path, prefix});
   std::string text;
   std::optional<std::string> error;
   {
     py::gil_scoped_release released;
-    tarnwick::cli::extract_in_order(
+    tarnwick::repo::extract_in_order(
         sources, first_file_id, jobs, false,
-        [&](const tarnwick::cli::SourceFile& file, const tarnwick::cli::Extracted& e) {
+        [&](const tarnwick::repo::SourceFile& file, const tarnwick::repo::Extracted& e) {
           if (e.error) {
             error = "cannot read " + e.error->what + ": " + e.error->reason;
             return false;
           }
-          tarnwick::cli::append_records(text, file.path, e.file_id, e.found);
+          tarnwick::repo::append_records(text, file.path, e.file_id, e.found);
           return true;
         });
   }
@@ -206,7 +205,7 @@ py::bytes index_jsonl(const py::bytes& data, const std::string& path, std::int64
     py::gil_scoped_release released;
     const tarnwick::IndexedDocument document =
         tarnwick::index_markdown(bytes, path, {.prefix = {}, .file_id = file_id, .debug_log = {}});
-    tarnwick::cli::append_records(text, path, file_id, document);
+    tarnwick::repo::append_records(text, path, file_id, document);
   }
   return py::bytes(text);
 }

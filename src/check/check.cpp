@@ -5,12 +5,18 @@
 #include <thread>
 #include <utility>
 
-#include "check/slug.hpp"
-#include "cli/usage.hpp"
+#include "gfm/slug.hpp"
+#include "text/nearest.hpp"
 
 namespace tarnwick::check {
 
 namespace fs = std::filesystem;
+using gfm::Link;
+using gfm::LinkedDocument;
+using gfm::LinkSyntax;
+using gfm::lowercase;
+using gfm::read_links;
+using gfm::slug;
 
 namespace {
 
@@ -102,7 +108,7 @@ std::string_view stem_of(std::string_view name) {
 }
 
 bool is_readme(std::string_view name) {
-  return cli::is_markdown(name) && lowercase(stem_of(name)) == "readme";
+  return repo::is_markdown(name) && lowercase(stem_of(name)) == "readme";
 }
 
 // A link from the file at `from` to `to` written as `written` was: from the root when it
@@ -143,7 +149,7 @@ std::optional<Code> code_named(std::string_view name) {
   return std::nullopt;
 }
 
-Repository::Repository(const fs::path& root, const cli::Tree& tree,
+Repository::Repository(const fs::path& root, const repo::Tree& tree,
                        const std::vector<std::string>& sources, bool wiki, unsigned jobs) {
   directories_.insert("");
   for (const std::string& directory : tree.directories) {
@@ -156,27 +162,28 @@ Repository::Repository(const fs::path& root, const cli::Tree& tree,
     files_.insert(file);
     by_lowercase_.emplace(lowercase(file), file);
     children_[std::string(parent_of(file))].emplace_back(name_of(file));
-    if (cli::is_markdown(name_of(file))) {
+    if (repo::is_markdown(name_of(file))) {
       markdown.push_back(&file);
       pages_[lowercase(stem_of(name_of(file)))].push_back(file);
     }
   }
 
   for (const std::string& source : sources) {
-    if (!cli::is_markdown(name_of(source)) || !files_.contains(source)) markdown.push_back(&source);
+    if (!repo::is_markdown(name_of(source)) || !files_.contains(source))
+      markdown.push_back(&source);
   }
 
   std::vector<LinkedDocument> read(markdown.size());
-  std::vector<std::optional<cli::ReadError>> failed(markdown.size());
+  std::vector<std::optional<repo::ReadError>> failed(markdown.size());
   std::atomic<std::size_t> next{0};
   const auto work = [&] {
     for (std::size_t index; (index = next++) < markdown.size();) {
       std::string reason;
       const fs::path location = root / *markdown[index];
-      if (const auto bytes = cli::read_file(location, reason)) {
+      if (const auto bytes = repo::read_file(location, reason)) {
         read[index] = read_links(*bytes, wiki);
       } else {
-        failed[index] = cli::ReadError{location.string(), reason};
+        failed[index] = repo::ReadError{location.string(), reason};
       }
     }
   };
@@ -292,7 +299,7 @@ std::optional<Problem> Repository::check_link(const std::string& path, const Lin
     return check_fragment(path, *readme, *fragment, true, link);
   }
   const bool rendered =
-      cli::is_markdown(name_of(target)) && query.find("plain=1") == std::string_view::npos;
+      repo::is_markdown(name_of(target)) && query.find("plain=1") == std::string_view::npos;
   return check_fragment(path, target, *fragment, rendered, link);
 }
 
@@ -347,7 +354,7 @@ std::optional<Problem> Repository::check_wiki_link(const std::string& path,
     return heading.empty() ? std::nullopt
                            : check_fragment(path, path, std::string(heading), true, link);
   }
-  if (cli::is_markdown(page)) page = stem_of(page);
+  if (repo::is_markdown(page)) page = stem_of(page);
   const std::string lowered = lowercase(page);
   std::vector<std::string> matches;
   if (const auto found = pages_.find(lowercase(name_of(page))); found != pages_.end()) {
@@ -385,7 +392,7 @@ void Repository::suggest(Problem& problem) const {
       // Names are compared without their extensions, which would make any two short names near.
       std::vector<std::string> stems;
       for (const std::string& name : names->second) stems.emplace_back(stem_of(name));
-      const auto near_stem = cli::nearest(stem_of(name_of(problem.resolved)), stems);
+      const auto near_stem = text::nearest(stem_of(name_of(problem.resolved)), stems);
       if (!near_stem) return;
       const std::string& near = names->second[static_cast<std::size_t>(
           std::find(stems.begin(), stems.end(), *near_stem) - stems.begin())];
@@ -403,7 +410,7 @@ void Repository::suggest(Problem& problem) const {
       if (!linked) return;
       std::vector<std::string> anchors(linked->anchors.begin(), linked->anchors.end());
       std::sort(anchors.begin(), anchors.end());
-      if (const auto near = cli::nearest(lowercase(problem.fragment), anchors)) {
+      if (const auto near = text::nearest(lowercase(problem.fragment), anchors)) {
         problem.suggestion = std::string(written.substr(0, written.find('#'))) + "#" + *near;
       }
       return;
@@ -414,7 +421,7 @@ void Repository::suggest(Problem& problem) const {
         for (const std::string& page : paths) stems.emplace_back(stem_of(name_of(page)));
       }
       std::sort(stems.begin(), stems.end());
-      problem.suggestion = cli::nearest(name_of(problem.resolved), stems);
+      problem.suggestion = text::nearest(name_of(problem.resolved), stems);
       return;
     }
     default:

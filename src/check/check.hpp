@@ -11,8 +11,8 @@
 #include <unordered_set>
 #include <vector>
 
-#include "check/document.hpp"
-#include "cli/files.hpp"
+#include "gfm/document.hpp"
+#include "repo/selection.hpp"
 
 namespace tarnwick::check {
 
@@ -89,10 +89,10 @@ class Repository {
   // Reads every Markdown file of the tree and every file of `sources` (paths from the root,
   // which a file argument may name whatever its extension), `jobs` at a time. A file that
   // cannot be read is named in errors() and has no anchors.
-  Repository(const std::filesystem::path& root, const cli::Tree& tree,
+  Repository(const std::filesystem::path& root, const repo::Tree& tree,
              const std::vector<std::string>& sources, bool wiki, unsigned jobs);
 
-  const std::vector<cli::ReadError>& errors() const { return errors_; }
+  const std::vector<repo::ReadError>& errors() const { return errors_; }
 
   // The problems of the links of a Markdown file of the tree, in the file's order, without
   // suggestions; `links` counts the links checked.
@@ -104,6 +104,8 @@ class Repository {
 
  private:
   struct Target;
+  using Link = gfm::Link;
+  using LinkedDocument = gfm::LinkedDocument;
   std::optional<Problem> check_link(const std::string& path, const Link& link) const;
   std::optional<Problem> check_wiki_link(const std::string& path, const Link& link) const;
   std::optional<Problem> check_fragment(const std::string& path, const std::string& target,
@@ -117,7 +119,7 @@ class Repository {
   std::unordered_map<std::string, std::vector<std::string>> children_;  // folder -> names
   std::unordered_map<std::string, std::vector<std::string>> pages_;     // lowercased stem -> paths
   std::unordered_map<std::string, LinkedDocument> documents_;
-  std::vector<cli::ReadError> errors_;
+  std::vector<repo::ReadError> errors_;
 };
 
 }  // namespace tarnwick::check

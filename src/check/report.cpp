@@ -1,13 +1,13 @@
 #include "check/report.hpp"
 
-#include "cli/records.hpp"
 #include "tarnwick/version.hpp"
+#include "text/json.hpp"
 
 namespace tarnwick::check {
 
 namespace {
 
-using cli::append_json_string;
+using text::append_json_string;
 
 // The level a code scanner shows: what site generators read is only a warning.
 std::string_view level(Code code) {

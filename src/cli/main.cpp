@@ -8,12 +8,12 @@
 #include <thread>
 #include <vector>
 
-#include "check/run.hpp"
+#include "cli/check.hpp"
 #include "cli/index.hpp"
 #include "cli/output.hpp"
-#include "cli/usage.hpp"
 #include "cli/views.hpp"
 #include "tarnwick/markdown.hpp"
+#include "text/nearest.hpp"
 
 namespace {
 
@@ -262,12 +262,12 @@ int main(int argc, char** argv) {
     }
     return usage_error(
         "'" + std::string(argv[argc == 3 ? 2 : 3]) + "' is not a command to help with",
-        tarnwick::cli::nearest(argv[2], commands));
+        tarnwick::text::nearest(argv[2], commands));
   }
   if (!first.starts_with('-') &&
       std::find(commands.begin(), commands.end(), first) == commands.end()) {
     return usage_error("'" + first + "' is not a tarnwick-md command",
-                       tarnwick::cli::nearest(first, commands));
+                       tarnwick::text::nearest(first, commands));
   }
 
   try {
@@ -284,7 +284,7 @@ int main(int argc, char** argv) {
     if (const auto word = unknown_option(*command, argc, argv)) {
       return usage_error("unknown option '" + *word + "'" +
                              (command == &app ? "" : " for '" + command->get_name() + "'"),
-                         tarnwick::cli::nearest(*word, option_names(*command)));
+                         tarnwick::text::nearest(*word, option_names(*command)));
     }
     return usage_error(error.what(), std::nullopt);
   }
@@ -304,13 +304,13 @@ int main(int argc, char** argv) {
       const auto code = tarnwick::check::code_named(name);
       if (!code) {
         return usage_error("'" + name + "' is not a problem code",
-                           tarnwick::cli::nearest(name, code_names));
+                           tarnwick::text::nearest(name, code_names));
       }
       check.ignored.push_back(*code);
     }
     check.selection.git_ignores = !check_no_ignore;
     std::ios::sync_with_stdio(false);
-    return tarnwick::check::run_check(check, std::cout, std::cerr);
+    return tarnwick::cli::run_check(check, std::cout, std::cerr);
   }
   if (outline_command->parsed()) {
     status = tarnwick::cli::run_outline(view, std::cout, std::cerr);

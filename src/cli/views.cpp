@@ -9,8 +9,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "cli/index.hpp"
-#include "cli/records.hpp"
+#include "repo/extraction.hpp"
+#include "repo/records.hpp"
 #include "text/utf8.hpp"
 
 namespace tarnwick::cli {
@@ -60,7 +60,7 @@ class Screen {
   std::size_t width_ = 0;
 };
 
-void outline(const Extracted& extracted, Screen& screen) {
+void outline(const repo::Extracted& extracted, Screen& screen) {
   // Sections nest by their line ranges: a section lies within each section that holds it.
   std::vector<const Symbol*> holders;
   for (const Symbol& section : extracted.found.symbols) {
@@ -75,7 +75,7 @@ void outline(const Extracted& extracted, Screen& screen) {
   }
 }
 
-void links(const Extracted& extracted, Screen& screen) {
+void links(const repo::Extracted& extracted, Screen& screen) {
   // The section that holds a link, by its heading path: the FQN repeats the file's prefix.
   std::unordered_map<std::string_view, std::string_view> paths;
   for (const Symbol& section : extracted.found.symbols)
@@ -104,7 +104,7 @@ enum class View { OUTLINE, LINKS };
 
 // Shows one view of every file of the paths; a header names each file when there are several.
 int show(View view, const ViewOptions& options, std::ostream& out, std::ostream& err) {
-  const Selection selection = select_files(options.paths);
+  const repo::Selection selection = repo::select_files(options.paths);
   bool failed = false;
   for (const auto& error : selection.errors) {
     err << "tarnwick-md: cannot read " << error.what << ": " << error.reason << "\n";
@@ -113,34 +113,37 @@ int show(View view, const ViewOptions& options, std::ostream& out, std::ostream&
   Screen screen(out);
   const bool headers = selection.files.size() > 1 && !options.json;
   std::string records;
-  extract_in_order(selection.files, 1, 1, false, [&](const SourceFile& file, const Extracted& e) {
-    const std::string name = file.location.string();
-    if (e.error) {
-      err << "tarnwick-md: cannot read " << e.error->what << ": " << e.error->reason << "\n";
-      failed = true;
-      return true;
-    }
-    const bool empty = view == View::OUTLINE ? e.found.symbols.empty() : e.found.references.empty();
-    if (empty) {
-      err << "tarnwick-md: " << name
-          << (view == View::OUTLINE ? " has no headings\n" : " has no links to other files\n");
-    }
-    if (options.json) {
-      records.clear();
-      if (view == View::OUTLINE) {
-        for (const Symbol& s : e.found.symbols) append_symbol_record(records, file.path, s);
-      } else {
-        for (const auto& r : e.found.references) {
-          append_reference_record(records, file.path, e.file_id, r);
+  repo::extract_in_order(
+      selection.files, 1, 1, false, [&](const repo::SourceFile& file, const repo::Extracted& e) {
+        const std::string name = file.location.string();
+        if (e.error) {
+          err << "tarnwick-md: cannot read " << e.error->what << ": " << e.error->reason << "\n";
+          failed = true;
+          return true;
         }
-      }
-      out << records;
-      return static_cast<bool>(out);
-    }
-    if (headers && !empty) screen.line(printable(name) + ":");
-    view == View::OUTLINE ? outline(e, screen) : links(e, screen);
-    return static_cast<bool>(out);
-  });
+        const bool empty =
+            view == View::OUTLINE ? e.found.symbols.empty() : e.found.references.empty();
+        if (empty) {
+          err << "tarnwick-md: " << name
+              << (view == View::OUTLINE ? " has no headings\n" : " has no links to other files\n");
+        }
+        if (options.json) {
+          records.clear();
+          if (view == View::OUTLINE) {
+            for (const Symbol& s : e.found.symbols)
+              repo::append_symbol_record(records, file.path, s);
+          } else {
+            for (const auto& r : e.found.references) {
+              repo::append_reference_record(records, file.path, e.file_id, r);
+            }
+          }
+          out << records;
+          return static_cast<bool>(out);
+        }
+        if (headers && !empty) screen.line(printable(name) + ":");
+        view == View::OUTLINE ? outline(e, screen) : links(e, screen);
+        return static_cast<bool>(out);
+      });
   return failed ? 1 : 0;
 }
 

@@ -3,10 +3,10 @@
 #include <iostream>
 #include <string>
 
-#include "check/slug.hpp"
+#include "gfm/slug.hpp"
 
 int main() {
-  tarnwick::check::HeadingIds ids;
+  tarnwick::gfm::HeadingIds ids;
   for (std::string line; std::getline(std::cin, line);) {
     if (line.empty()) {
       ids = {};

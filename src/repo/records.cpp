@@ -1,54 +1,16 @@
 // The records are written straight into the output text: building a JSON document for each
 // record took more time than the engine's links.
-#include "cli/records.hpp"
+#include "repo/records.hpp"
 
 #include <charconv>
 #include <optional>
 #include <string_view>
 
-#include "text/utf8.hpp"
+#include "text/json.hpp"
 
-namespace tarnwick::cli {
+namespace tarnwick::repo {
 
 namespace {
-
-namespace utf8 = tarnwick::text;
-
-bool needs_escape(unsigned char byte) {
-  return byte < 0x20 || byte == '"' || byte == '\\';
-}
-
-void append_escape(std::string& out, unsigned char byte) {
-  switch (byte) {
-    case '"':
-      out += "\\\"";
-      return;
-    case '\\':
-      out += "\\\\";
-      return;
-    case '\b':
-      out += "\\b";
-      return;
-    case '\f':
-      out += "\\f";
-      return;
-    case '\n':
-      out += "\\n";
-      return;
-    case '\r':
-      out += "\\r";
-      return;
-    case '\t':
-      out += "\\t";
-      return;
-    default:
-      break;
-  }
-  constexpr std::string_view HEX = "0123456789abcdef";
-  out += "\\u00";
-  out += HEX[byte >> 4];
-  out += HEX[byte & 0xF];
-}
 
 void append_number(std::string& out, std::int64_t number) {
   char digits[24];
@@ -70,7 +32,7 @@ class Record {
 
   void text(std::string_view name, std::string_view value) {
     key(name);
-    append_json_string(out_, value);
+    text::append_json_string(out_, value);
   }
   void text_or_null(std::string_view name, const std::optional<std::string>& value) {
     if (value) return text(name, *value);
@@ -105,35 +67,6 @@ class Record {
 };
 
 }  // namespace
-
-void append_json_string(std::string& out, std::string_view text) {
-  out += '"';
-  std::size_t copied = 0, pos = 0;
-  while (pos < text.size()) {
-    const auto byte = static_cast<unsigned char>(text[pos]);
-    if (byte < 0x80) {
-      if (!needs_escape(byte)) {
-        ++pos;
-        continue;
-      }
-      out.append(text, copied, pos - copied);
-      append_escape(out, byte);
-      ++pos;
-    } else {
-      const int length = utf8::sequence_length(text, pos);
-      if (length > 0) {
-        pos += static_cast<std::size_t>(length);
-        continue;
-      }
-      out.append(text, copied, pos - copied);
-      utf8::append_utf8(out, utf8::REPLACEMENT_CHARACTER);
-      pos += static_cast<std::size_t>(-length);
-    }
-    copied = pos;
-  }
-  out.append(text, copied);
-  out += '"';
-}
 
 void append_symbol_record(std::string& out, const std::string& path, const Symbol& symbol) {
   Record record(out, "symbol");
@@ -170,4 +103,4 @@ void append_records(std::string& out, const std::string& path, std::int64_t file
   }
 }
 
-}  // namespace tarnwick::cli
+}  // namespace tarnwick::repo

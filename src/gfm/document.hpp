@@ -8,7 +8,7 @@
 #include <unordered_set>
 #include <vector>
 
-namespace tarnwick::check {
+namespace tarnwick::gfm {
 
 enum class LinkSyntax { markdown, html, wiki };
 
@@ -40,4 +40,4 @@ LinkedDocument read_links(std::string_view markdown, bool wiki);
 // ("//example.com").
 bool is_external(std::string_view destination);
 
-}  // namespace tarnwick::check
+}  // namespace tarnwick::gfm

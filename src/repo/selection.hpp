@@ -1,4 +1,4 @@
-// Which files `tarnwick-md index` reads, in which order, and under which names.
+// Which files of a repository are read, in which order, and under which names.
 #pragma once
 
 #include <filesystem>
@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-namespace tarnwick::cli {
+namespace tarnwick::repo {
 
 struct SourceFile {
   std::filesystem::path location;  // where to read it
@@ -61,4 +61,4 @@ Tree list_tree(const std::filesystem::path& root, const SelectionOptions& option
 // The bytes of a file, or none with `reason` set to why it could not be read.
 std::optional<std::string> read_file(const std::filesystem::path& location, std::string& reason);
 
-}  // namespace tarnwick::cli
+}  // namespace tarnwick::repo

@@ -1,4 +1,4 @@
-#include "check/html.hpp"
+#include "gfm/html.hpp"
 
 #include <charconv>
 #include <optional>
@@ -6,7 +6,7 @@
 
 #include "text/utf8.hpp"
 
-namespace tarnwick::check {
+namespace tarnwick::gfm {
 
 namespace {
 
@@ -142,4 +142,4 @@ void for_each_attribute(std::string_view html,
   }
 }
 
-}  // namespace tarnwick::check
+}  // namespace tarnwick::gfm

@@ -1,18 +1,19 @@
-// The command line's side of indexing: which files, in which order, under which prefix, and
+// The repository's side of indexing: which files, in which order, under which prefix, and
 // what happens to a file that cannot be read.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
-#include "cli/files.hpp"
-#include "cli/index.hpp"
-#include "cli/records.hpp"
-#include "cli/usage.hpp"
+#include "repo/extraction.hpp"
+#include "repo/records.hpp"
+#include "repo/selection.hpp"
+#include "text/nearest.hpp"
 
-namespace tarnwick::cli {
+namespace tarnwick::repo {
 namespace {
+
+using text::nearest;
 
 namespace fs = std::filesystem;
 
@@ -71,15 +72,17 @@ TEST_F(TempTree, TakesFileArgumentsByBaseNameInTheOrderGiven) {
 TEST_F(TempTree, IndexesEveryReadableFileAndReportsTheOthers) {
   write("a.md", "# A\r\ntext\r\n\r\n## B\rmore\r");
   write("b.md", "# B\n");
-  std::ostringstream out, err;
-  IndexOptions options;
-  options.paths = {(root_ / "a.md").string(), (root_ / "missing.md").string(),
-                   (root_ / "b.md").string()};
-  const int status = run_index(options, out, err);
-  EXPECT_EQ(status, 1);
-  EXPECT_NE(err.str().find("missing.md"), std::string::npos);
+  const Selection selection = select_files(
+      {(root_ / "a.md").string(), (root_ / "missing.md").string(), (root_ / "b.md").string()});
+  ASSERT_EQ(selection.errors.size(), 1u);
+  EXPECT_NE(selection.errors[0].what.find("missing.md"), std::string::npos);
+  std::string records;
+  extract_in_order(selection.files, 1, 2, false, [&](const SourceFile& file, const Extracted& e) {
+    append_records(records, file.path, e.file_id, e.found);
+    return true;
+  });
   EXPECT_EQ(
-      out.str(),
+      records,
       R"({"type":"symbol","path":"a.md","file_id":1,"id":null,"name":"A","kind":"section","fqn":"a.A","start_line":1,"end_line":5,"signature":"A","is_export":true,"docstring":"text"}
 {"type":"symbol","path":"a.md","file_id":1,"id":null,"name":"B","kind":"section","fqn":"a.A.B","start_line":4,"end_line":5,"signature":"A > B","is_export":true,"docstring":"more"}
 {"type":"symbol","path":"b.md","file_id":2,"id":null,"name":"B","kind":"section","fqn":"b.B","start_line":1,"end_line":1,"signature":"B","is_export":true,"docstring":null}
@@ -134,4 +137,4 @@ TEST(Nearest, SuggestsOnlyWhatIsCloseEnoughToBeMeant) {
 }
 
 }  // namespace
-}  // namespace tarnwick::cli
+}  // namespace tarnwick::repo

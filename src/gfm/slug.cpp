@@ -1,4 +1,4 @@
-#include "check/slug.hpp"
+#include "gfm/slug.hpp"
 
 #include <algorithm>
 
@@ -7,7 +7,7 @@
 #include <unicode/unistr.h>
 #include <unicode/utf8.h>
 
-namespace tarnwick::check {
+namespace tarnwick::gfm {
 
 std::string lowercase(std::string_view text) {
   const bool ascii = std::all_of(text.begin(), text.end(),
@@ -69,4 +69,4 @@ std::string HeadingIds::next(std::string_view text) {
   return id;
 }
 
-}  // namespace tarnwick::check
+}  // namespace tarnwick::gfm

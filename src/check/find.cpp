@@ -1,13 +1,10 @@
-#include "check/run.hpp"
+#include "check/find.hpp"
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
-#include <ostream>
 #include <unordered_set>
 
 #include "check/changes.hpp"
-#include "cli/output.hpp"
 
 namespace tarnwick::check {
 
@@ -55,18 +52,8 @@ std::string shown(const fs::path& root, const std::string& path) {
   return joined.starts_with("./") ? joined.substr(2) : joined;
 }
 
-std::string with_thousands(std::size_t number) {
-  const std::string digits = std::to_string(number);
-  std::string grouped;
-  for (std::size_t at = 0; at < digits.size(); ++at) {
-    if (at > 0 && (digits.size() - at) % 3 == 0) grouped += ',';
-    grouped += digits[at];
-  }
-  return grouped;
-}
-
-void add_errors(const std::vector<cli::ReadError>& errors, std::vector<std::string>& messages) {
-  for (const cli::ReadError& error : errors) {
+void add_errors(const std::vector<repo::ReadError>& errors, std::vector<std::string>& messages) {
+  for (const repo::ReadError& error : errors) {
     messages.push_back("cannot read " + error.what + ": " + error.reason);
   }
 }
@@ -76,13 +63,13 @@ void add_errors(const std::vector<cli::ReadError>& errors, std::vector<std::stri
 CheckResult find_problems(const CheckOptions& options) {
   CheckResult result;
   for (const Group& group : groups_of(options)) {
-    cli::SelectionOptions everything = options.selection;
+    repo::SelectionOptions everything = options.selection;
     everything.hidden = true;
     everything.excludes.clear();
     everything.ignore_files = false;  // they hide files from tools, not from the repository
-    const cli::Tree tree = cli::list_tree(group.root, everything);
+    const repo::Tree tree = repo::list_tree(group.root, everything);
     add_errors(tree.errors, result.errors);
-    const cli::Selection selection = cli::select_files(group.paths, options.selection);
+    const repo::Selection selection = repo::select_files(group.paths, options.selection);
     add_errors(selection.errors, result.errors);
 
     std::unordered_set<std::string> changed;
@@ -101,7 +88,7 @@ CheckResult find_problems(const CheckOptions& options) {
     const bool only_changed = !options.changed.empty() || options.changed_since;
 
     std::vector<std::string> sources;
-    for (const cli::SourceFile& file : selection.files) {
+    for (const repo::SourceFile& file : selection.files) {
       if (auto path = from_root(group.root, file.location)) {
         sources.push_back(std::move(*path));
       } else {
@@ -129,35 +116,6 @@ CheckResult find_problems(const CheckOptions& options) {
     }
   }
   return result;
-}
-
-int run_check(const CheckOptions& options, std::ostream& out, std::ostream& err) {
-  const CheckResult result = find_problems(options);
-  for (const std::string& error : result.errors) err << "tarnwick-md: " << error << "\n";
-  if (result.stopped) {
-    err << "tarnwick-md: " << *result.stopped << "\n";
-    return 2;
-  }
-  const std::vector<Problem>& reported = result.problems;
-  const std::size_t files = result.files, links = result.links;
-  out << format_problems(reported, options.format);
-  if (!cli::flushed(out, err)) return 2;
-
-  std::map<std::string_view, std::size_t> by_code;
-  for (const Problem& problem : reported) ++by_code[info(problem.code).name];
-  err << "tarnwick-md: " << with_thousands(files) << (files == 1 ? " file, " : " files, ")
-      << with_thousands(links) << (links == 1 ? " link" : " links") << " checked: ";
-  if (reported.empty()) {
-    err << "no problems\n";
-  } else {
-    err << with_thousands(reported.size()) << (reported.size() == 1 ? " problem (" : " problems (");
-    for (auto it = by_code.begin(); it != by_code.end(); ++it) {
-      err << (it == by_code.begin() ? "" : ", ") << it->second << " " << it->first;
-    }
-    err << ")\n";
-  }
-  if (!result.errors.empty()) return 2;
-  return reported.empty() ? 0 : 1;
 }
 
 }  // namespace tarnwick::check

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <unordered_map>
 
-namespace tarnwick::check {
+namespace tarnwick::gfm {
 
 // Lowercases UTF-8 text with Unicode's full case rules, as JavaScript's toLowerCase does
 // ("İ" becomes "i̇", a final sigma "ς"). Ill-formed bytes become U+FFFD.
@@ -29,4 +29,4 @@ class HeadingIds {
   std::unordered_map<std::string, unsigned> occurrences_;
 };
 
-}  // namespace tarnwick::check
+}  // namespace tarnwick::gfm

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace tarnwick::check {
+namespace tarnwick::gfm {
 
 struct HtmlAttribute {
   std::string name;          // ASCII letters lowercased
@@ -20,4 +20,4 @@ struct HtmlAttribute {
 void for_each_attribute(std::string_view html,
                         const std::function<void(const HtmlAttribute&)>& visit);
 
-}  // namespace tarnwick::check
+}  // namespace tarnwick::gfm

@@ -1,4 +1,4 @@
-#include "cli/files.hpp"
+#include "repo/selection.hpp"
 
 #include <fcntl.h>
 #include <fnmatch.h>
@@ -16,7 +16,7 @@
 
 #include "tarnwick/markdown.hpp"
 
-namespace tarnwick::cli {
+namespace tarnwick::repo {
 
 namespace fs = std::filesystem;
 
@@ -348,4 +348,4 @@ std::optional<std::string> read_file(const fs::path& location, std::string& reas
   return bytes;
 }
 
-}  // namespace tarnwick::cli
+}  // namespace tarnwick::repo

@@ -1,9 +1,9 @@
-#include "cli/usage.hpp"
+#include "text/nearest.hpp"
 
 #include <algorithm>
 #include <vector>
 
-namespace tarnwick::cli {
+namespace tarnwick::text {
 
 namespace {
 
@@ -51,4 +51,4 @@ std::optional<std::string> nearest(std::string_view word, std::span<const std::s
   return best;
 }
 
-}  // namespace tarnwick::cli
+}  // namespace tarnwick::text

@@ -2,7 +2,7 @@
 // is a link and what a heading's text is. cmark-gfm keeps no reference definitions in its tree
 // and only resolved URLs in its links, so what was written is read back from the source at the
 // positions it gives.
-#include "check/document.hpp"
+#include "gfm/document.hpp"
 
 #include <cmark-gfm-core-extensions.h>
 #include <cmark-gfm.h>
@@ -15,10 +15,10 @@
 #include <set>
 #include <utility>
 
-#include "check/html.hpp"
-#include "check/slug.hpp"
+#include "gfm/html.hpp"
+#include "gfm/slug.hpp"
 
-namespace tarnwick::check {
+namespace tarnwick::gfm {
 
 namespace {
 
@@ -792,4 +792,4 @@ LinkedDocument read_links(std::string_view markdown, bool wiki) {
   return Reader(markdown, wiki).read();
 }
 
-}  // namespace tarnwick::check
+}  // namespace tarnwick::gfm
