@@ -31,13 +31,15 @@ std::vector<std::string> check_all(const fs::path& root, bool wiki) {
   everything.hidden = true;
   everything.git_ignores = false;
   const repo::Tree tree = repo::list_tree(root, everything);
-  const Repository repository(root, tree, {}, wiki, 2);
+  std::vector<repo::ReadError> unread;
+  const repo::Workspace workspace =
+      repo::Workspace::load(root, tree, {}, {.wiki = wiki}, 2, unread);
   std::vector<std::string> found;
   for (const std::string& file : tree.files) {
     if (!repo::is_markdown(file)) continue;
     std::size_t links = 0;
-    for (Problem& problem : repository.check_file(file, links)) {
-      repository.suggest(problem);
+    for (Problem& problem : check_document(workspace, file, links)) {
+      suggest(workspace, problem);
       found.push_back(problem.path + ":" + std::to_string(problem.line) + ":" +
                       std::to_string(problem.column) + " " + std::string(info(problem.code).name) +
                       " " + problem.target +

@@ -3,16 +3,12 @@
 
 #include <array>
 #include <cstdint>
-#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
-#include "gfm/document.hpp"
-#include "repo/selection.hpp"
+#include "repo/workspace.hpp"
 
 namespace tarnwick::check {
 
@@ -83,43 +79,14 @@ struct Problem {
   std::string fragment;
 };
 
-// The files under one root and the links and anchors of its Markdown files.
-class Repository {
- public:
-  // Reads every Markdown file of the tree and every file of `sources` (paths from the root,
-  // which a file argument may name whatever its extension), `jobs` at a time. A file that
-  // cannot be read is named in errors() and has no anchors.
-  Repository(const std::filesystem::path& root, const repo::Tree& tree,
-             const std::vector<std::string>& sources, bool wiki, unsigned jobs);
+// The problems of the links of a document of the workspace, in the document's order, without
+// suggestions; `links` counts the links checked. A definition that no link uses is not
+// checked: GitHub renders nothing of it.
+std::vector<Problem> check_document(const repo::Workspace& workspace, const std::string& path,
+                                    std::size_t& links);
 
-  const std::vector<repo::ReadError>& errors() const { return errors_; }
-
-  // The problems of the links of a Markdown file of the tree, in the file's order, without
-  // suggestions; `links` counts the links checked.
-  std::vector<Problem> check_file(const std::string& path, std::size_t& links) const;
-
-  // Fills in a problem's suggestion from a small set of candidates: the names of the linked
-  // folder, or the anchors of the linked file.
-  void suggest(Problem& problem) const;
-
- private:
-  struct Target;
-  using Link = gfm::Link;
-  using LinkedDocument = gfm::LinkedDocument;
-  std::optional<Problem> check_link(const std::string& path, const Link& link) const;
-  std::optional<Problem> check_wiki_link(const std::string& path, const Link& link) const;
-  std::optional<Problem> check_fragment(const std::string& path, const std::string& target,
-                                        const std::string& fragment, bool rendered,
-                                        const Link& link) const;
-  const LinkedDocument* document(const std::string& path) const;
-
-  std::unordered_set<std::string> files_;
-  std::unordered_set<std::string> directories_;
-  std::unordered_map<std::string, std::string> by_lowercase_;           // lowercased path -> path
-  std::unordered_map<std::string, std::vector<std::string>> children_;  // folder -> names
-  std::unordered_map<std::string, std::vector<std::string>> pages_;     // lowercased stem -> paths
-  std::unordered_map<std::string, LinkedDocument> documents_;
-  std::vector<repo::ReadError> errors_;
-};
+// Fills in a problem's suggestion from a small set of candidates: the names of the linked
+// folder, the anchors of the linked file, or the wiki pages.
+void suggest(const repo::Workspace& workspace, Problem& problem);
 
 }  // namespace tarnwick::check

@@ -96,11 +96,13 @@ CheckResult find_problems(const CheckOptions& options) {
                                 group.root.string() + " (name its repository with --root)");
       }
     }
-    const Repository repository(group.root, tree, sources, options.wiki, options.jobs);
-    add_errors(repository.errors(), result.errors);
+    std::vector<repo::ReadError> unread;
+    const repo::Workspace workspace = repo::Workspace::load(
+        group.root, tree, sources, {.wiki = options.wiki}, options.jobs, unread);
+    add_errors(unread, result.errors);
     for (const std::string& path : sources) {
       ++result.files;
-      for (Problem& problem : repository.check_file(path, result.links)) {
+      for (Problem& problem : check_document(workspace, path, result.links)) {
         if (std::find(options.ignored.begin(), options.ignored.end(), problem.code) !=
             options.ignored.end()) {
           continue;
@@ -109,7 +111,7 @@ CheckResult find_problems(const CheckOptions& options) {
             !changed.contains(problem.resolved)) {
           continue;
         }
-        repository.suggest(problem);
+        suggest(workspace, problem);
         problem.path = shown(group.root, problem.path);
         result.problems.push_back(std::move(problem));
       }

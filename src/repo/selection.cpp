@@ -14,6 +14,7 @@
 #include <set>
 #include <system_error>
 
+#include "repo/links.hpp"
 #include "tarnwick/markdown.hpp"
 
 namespace tarnwick::repo {
@@ -21,13 +22,6 @@ namespace tarnwick::repo {
 namespace fs = std::filesystem;
 
 namespace {
-
-bool ends_with_ascii_nocase(std::string_view name, std::string_view suffix) {
-  if (name.size() < suffix.size()) return false;
-  return std::equal(suffix.begin(), suffix.end(), name.end() - suffix.size(), [](char a, char b) {
-    return a == (b >= 'A' && b <= 'Z' ? static_cast<char>(b - 'A' + 'a') : b);
-  });
-}
 
 // A directory's path as a literal in an ignore rule: glob characters escaped, and a line break,
 // which no rule can hold, matched by '?'.
@@ -251,10 +245,6 @@ std::string from_cwd(const fs::path& location) {
 }
 
 }  // namespace
-
-bool is_markdown(std::string_view name) {
-  return ends_with_ascii_nocase(name, ".md") || ends_with_ascii_nocase(name, ".markdown");
-}
 
 Tree list_tree(const fs::path& root, const SelectionOptions& options) {
   Tree tree;

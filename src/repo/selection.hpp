@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "repo/links.hpp"
+
 namespace tarnwick::repo {
 
 struct SourceFile {
@@ -44,9 +46,6 @@ struct SelectionOptions {
 // cannot be read is named in the errors, and the walk goes on.
 Selection select_files(const std::vector<std::string>& arguments,
                        const SelectionOptions& options = {});
-
-// Whether a file name names a Markdown file: *.md or *.markdown, in any case.
-bool is_markdown(std::string_view name);
 
 // Every file and directory under a root that the options keep (Markdown or not; a symbolic
 // link not followed counts as a file), as sorted paths from the root with "/" separators; the
