@@ -51,6 +51,14 @@ void check_references(std::span<const engines::references::ReferenceInfo> refere
   }
 }
 
+namespace {
+
+bool within(const gfm::Span& span, std::string_view text) {
+  return span.begin <= span.end && span.end <= text.size();
+}
+
+}  // namespace
+
 void check_links(const gfm::LinkedDocument& read, std::string_view markdown) {
   std::int64_t lines = 1;
   for (std::size_t pos = 0; pos < markdown.size(); ++pos) {
@@ -62,6 +70,29 @@ void check_links(const gfm::LinkedDocument& read, std::string_view markdown) {
     require(link.column >= 1, "a link's column counts from 1");
     require(!link.destination.empty() && !gfm::is_external(link.destination),
             "a link leads into the repository");
+    require(within(link.span, markdown) && within(link.written_span, markdown),
+            "a link stands in the document");
+    require(
+        link.written_span.empty() ||
+            (markdown.substr(link.written_span.begin,
+                             link.written_span.end - link.written_span.begin) == link.written &&
+             link.span.begin <= link.written_span.begin && link.written_span.end <= link.span.end),
+        "a link's destination stands where it is written, inside the link");
+  }
+  for (const gfm::Definition& definition : read.definitions) {
+    require(within(definition.span, markdown) &&
+                definition.span.begin < definition.label_span.begin &&
+                definition.label_span.end < definition.span.end,
+            "a definition's label stands inside it");
+  }
+  for (const gfm::Reference& reference : read.references) {
+    require(within(reference.span, markdown) && reference.span.begin < reference.label_span.begin &&
+                reference.label_span.end < reference.span.end,
+            "a reference's label stands inside it");
+  }
+  for (const gfm::Heading& heading : read.headings) {
+    require(heading.level >= 1 && heading.level <= 6, "a heading has a level");
+    require(within(heading.text_span, markdown), "a heading's text stands in the document");
   }
   for (const auto& anchor : read.anchors) require(!anchor.empty(), "an anchor has a name");
 }

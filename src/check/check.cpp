@@ -218,8 +218,9 @@ std::vector<Problem> check_document(const repo::Workspace& workspace, const std:
   const repo::Document* checked = workspace.document(path);
   if (!checked) return problems;
   const Checker checker(workspace);
-  links += checked->read.links.size();
   for (const Link& link : checked->read.links) {
+    if (!link.rendered) continue;
+    ++links;
     auto problem = link.syntax == LinkSyntax::wiki ? checker.check_wiki_link(path, link)
                                                    : checker.check_link(path, link);
     if (problem) problems.push_back(std::move(*problem));

@@ -77,22 +77,6 @@ std::string without_front_matter(std::string_view source) {
   return text;
 }
 
-// The label as definitions and references are matched: case folded, white space collapsed.
-std::string normalize_label(std::string_view label) {
-  std::string collapsed;
-  bool space = false;
-  for (const char c : label) {
-    if (is_space(c)) {
-      space = !collapsed.empty();
-      continue;
-    }
-    if (space) collapsed += ' ';
-    space = false;
-    collapsed += c;
-  }
-  return case_fold(collapsed);
-}
-
 bool is_escaped(std::string_view text, std::size_t pos) {
   std::size_t backslashes = 0;
   while (pos > backslashes && text[pos - backslashes - 1] == '\\') ++backslashes;
@@ -199,21 +183,23 @@ std::size_t skip_container_markers(std::string_view source, std::size_t pos, std
   }
 }
 
-struct Definition {
+// A link reference definition as the source holds it.
+struct FoundDefinition {
   std::int64_t line = 0;
   std::int64_t column = 0;
-  std::string written;
+  std::string_view label;    // as written, a view into the source
+  std::string_view written;  // the destination as written, a view into the source
+  std::size_t end = 0;       // of the destination, after its ">" when it has one
 };
 
 // Inclusive ranges of lines that hold no link reference definition: code, HTML, headings,
 // tables and the text of paragraphs (a definition cannot interrupt a paragraph).
 using Lines = std::vector<std::pair<std::int64_t, std::int64_t>>;
 
-// The link reference definitions of the source, by normalised label; the first of a label
-// wins.
-std::unordered_map<std::string, Definition> find_definitions(std::string_view source,
-                                                             const std::vector<std::size_t>& starts,
-                                                             const Lines& excluded) {
+// The link reference definitions of the source, in order.
+std::vector<FoundDefinition> find_definitions(std::string_view source,
+                                              const std::vector<std::size_t>& starts,
+                                              const Lines& excluded) {
   std::vector<bool> skipped(starts.size() + 1);
   for (const auto& [first, last] : excluded) {
     for (auto line = std::max<std::int64_t>(first, 1);
@@ -221,7 +207,7 @@ std::unordered_map<std::string, Definition> find_definitions(std::string_view so
       skipped[static_cast<std::size_t>(line)] = true;
     }
   }
-  std::unordered_map<std::string, Definition> definitions;
+  std::vector<FoundDefinition> definitions;
   for (std::size_t index = 0; index < starts.size(); ++index) {
     const auto line = static_cast<std::int64_t>(index) + 1;
     if (skipped[index + 1]) continue;
@@ -241,11 +227,36 @@ std::unordered_map<std::string, Definition> find_definitions(std::string_view so
       pos = skip_quote_markers(source, starts[index + 1], next_end);
     }
     const std::string_view written = destination_at(source.substr(0, line_end(source, pos)), pos);
-    definitions.try_emplace(normalize_label(source.substr(open + 1, close - open - 1)),
-                            Definition{line, static_cast<std::int64_t>(open - starts[index]) + 1,
-                                       std::string(written)});
+    definitions.push_back({line, static_cast<std::int64_t>(open - starts[index]) + 1,
+                           source.substr(open + 1, close - open - 1), written, pos});
   }
   return definitions;
+}
+
+// A link known by where it starts; its spans are filled in where they are known.
+Link link_at(std::string destination, std::string written, std::int64_t line, std::int64_t column,
+             LinkSyntax syntax = LinkSyntax::markdown) {
+  Link link;
+  link.destination = std::move(destination);
+  link.written = std::move(written);
+  link.line = line;
+  link.column = column;
+  link.syntax = syntax;
+  return link;
+}
+
+// A destination as written with its backslash escapes resolved, for a definition that no link
+// uses and so that cmark-gfm never rendered.
+std::string unescaped(std::string_view written) {
+  std::string text;
+  for (std::size_t pos = 0; pos < written.size(); ++pos) {
+    if (written[pos] == '\\' && pos + 1 < written.size() &&
+        std::ispunct(static_cast<unsigned char>(written[pos + 1]))) {
+      ++pos;
+    }
+    text += written[pos];
+  }
+  return text;
 }
 
 const char* literal(cmark_node* node) {
@@ -442,9 +453,10 @@ class Reader {
 
  private:
   struct ReferenceUse {
-    std::string label;
+    std::string label;  // normalised
     std::string destination;
     std::int64_t line, column;
+    Span label_span, span;
   };
 
   void enter(cmark_node* node) {
@@ -600,7 +612,53 @@ class Reader {
     append_rendered_text(node, text);
     std::string id = ids_.next(text);
     if (const auto custom = custom_id(text)) found_.custom_ids.try_emplace(lowercase(*custom), id);
-    if (!id.empty()) found_.anchors.insert(std::move(id));
+    if (!id.empty()) found_.anchors.insert(id);
+    const int line = cmark_node_get_start_line(node);
+    const int end_line = cmark_node_get_end_line(node);
+    found_.headings.push_back({cmark_node_get_heading_level(node), std::move(text), std::move(id),
+                               line, end_line, heading_text_span(line, end_line)});
+  }
+
+  bool is_setext_underline(int line) const {
+    const std::size_t start = starts_[static_cast<std::size_t>(line) - 1];
+    const std::size_t end = line_end(source_, start);
+    std::size_t pos = skip_quote_markers(source_, start, end);
+    if (pos == end || (source_[pos] != '=' && source_[pos] != '-')) return false;
+    const char marker = source_[pos];
+    while (pos < end && source_[pos] == marker) ++pos;
+    while (pos < end && is_blank(source_[pos])) ++pos;
+    return pos == end;
+  }
+
+  // Where a heading's text stands: an ATX heading's line without its opening "#"s and its
+  // closing sequence, or a setext heading's lines before its underline.
+  Span heading_text_span(int line, int end_line) const {
+    if (line < 1 || end_line < line || static_cast<std::size_t>(end_line) > starts_.size()) {
+      return {};
+    }
+    const std::size_t start = starts_[static_cast<std::size_t>(line) - 1];
+    const std::size_t first_end = line_end(source_, start);
+    std::size_t begin = skip_container_markers(source_, start, first_end);
+    std::size_t end = first_end;
+    if (begin < first_end && source_[begin] == '#') {
+      while (begin < first_end && source_[begin] == '#') ++begin;
+      while (end > begin && is_blank(source_[end - 1])) --end;
+      std::size_t closing = end;
+      while (closing > begin && source_[closing - 1] == '#') --closing;
+      if (closing == begin || is_blank(source_[closing - 1])) end = closing;
+    } else {
+      // cmark-gfm may count the line after the underline as the heading's: the text ends
+      // before the last underline line.
+      for (int underline = end_line; underline > line; --underline) {
+        if (is_setext_underline(underline)) {
+          end = line_end(source_, starts_[static_cast<std::size_t>(underline) - 2]);
+          break;
+        }
+      }
+    }
+    while (begin < end && is_blank(source_[begin])) ++begin;
+    while (end > begin && is_blank(source_[end - 1])) --end;
+    return {begin, end};
   }
 
   // A footnote's note and its references have ids made of its label ("fn-x"; "fnref-x",
@@ -617,18 +675,20 @@ class Reader {
     found_.anchors.insert(std::move(reference));
   }
 
+  // The offset of a position in the source; none when it falls outside it.
+  std::optional<std::size_t> offset_of(Position at) const {
+    if (at.line < 1 || static_cast<std::size_t>(at.line) > starts_.size() || at.column < 1) {
+      return {};
+    }
+    const std::size_t offset =
+        starts_[static_cast<std::size_t>(at.line) - 1] + static_cast<std::size_t>(at.column) - 1;
+    return offset < source_.size() ? std::optional(offset) : std::nullopt;
+  }
+
   // The source between two positions, both inclusive; none when they fall outside it.
   std::optional<std::string_view> source_span(Position from, Position to) const {
-    const auto offset = [&](Position at) -> std::optional<std::size_t> {
-      if (at.line < 1 || static_cast<std::size_t>(at.line) > starts_.size() || at.column < 1) {
-        return {};
-      }
-      const std::size_t offset =
-          starts_[static_cast<std::size_t>(at.line) - 1] + static_cast<std::size_t>(at.column) - 1;
-      return offset < source_.size() ? std::optional(offset) : std::nullopt;
-    };
-    const auto begin = offset(from);
-    const auto end = offset(to);
+    const auto begin = offset_of(from);
+    const auto end = offset_of(to);
     if (!begin || !end || *end < *begin) return std::nullopt;
     return source_.substr(*begin, *end - *begin + 1);
   }
@@ -637,9 +697,7 @@ class Reader {
     const std::string destination = cmark_node_get_url(node) ? cmark_node_get_url(node) : "";
     // The autolink extension makes its links of bare URLs and e-mail addresses after parsing,
     // with no position: they all leave the repository.
-    if (destination.empty() || is_external(destination) || cmark_node_get_start_line(node) < 1) {
-      return;
-    }
+    if (cmark_node_get_start_line(node) < 1) return;
     Position start = start_of(node, placement);
     // cmark-gfm gives a link whose text spans lines the line where it ends, with the column
     // where it starts; its text starts on the right line.
@@ -652,19 +710,30 @@ class Reader {
       }
     }
     const auto span = source_span(start, end_of(node, placement));
+    const bool internal = !destination.empty() && !is_external(destination);
     if (span && (span->starts_with('[') || span->starts_with("!["))) {
       if (span->ends_with(')')) {
+        if (!internal) return;
         if (const auto written =
                 inline_destination(*span, text_end(node, start, placement, *span))) {
-          found_.links.push_back({destination, std::string(*written), start.line, start.column});
+          found_.links.push_back({destination, std::string(*written), start.line, start.column,
+                                  LinkSyntax::markdown, span_of(*span), span_of(*written)});
           return;
         }
       } else if (const auto label = reference_label(*span)) {
-        references_.push_back({normalize_label(*label), destination, start.line, start.column});
+        references_.push_back({normalize_label(*label), destination, start.line, start.column,
+                               span_of(*label), span_of(*span)});
         return;
       }
     }
-    found_.links.push_back({destination, destination, start.line, start.column});
+    if (internal)
+      found_.links.push_back(link_at(destination, destination, start.line, start.column));
+  }
+
+  // Where a view into the source stands in it.
+  Span span_of(std::string_view view) const {
+    const auto begin = static_cast<std::size_t>(view.data() - source_.data());
+    return {begin, begin + view.size()};
   }
 
   // Where a link's text ends within its span, as far as its last child tells; 0 when it
@@ -678,20 +747,52 @@ class Reader {
     return text->size();
   }
 
-  // A reference link is reported at its definition, once however often it is used.
+  // A reference link is reported at its definition, once however often it is used; a
+  // definition that no link uses is kept, not rendered.
   void resolve_references() {
-    if (references_.empty()) return;
-    const auto definitions = find_definitions(source_, starts_, blocks_without_definitions_);
-    std::set<std::pair<std::int64_t, std::int64_t>> reported;
+    const std::vector<FoundDefinition> found =
+        find_definitions(source_, starts_, blocks_without_definitions_);
+    std::unordered_map<std::string, std::size_t> first_of_label;
+    for (const FoundDefinition& definition : found) {
+      std::string label = normalize_label(definition.label);
+      first_of_label.try_emplace(label, found_.definitions.size());
+      const std::size_t open = starts_[static_cast<std::size_t>(definition.line) - 1] +
+                               static_cast<std::size_t>(definition.column) - 1;
+      found_.definitions.push_back(
+          {std::move(label), span_of(definition.label), {open, definition.end}, definition.line});
+    }
+    std::vector<bool> rendered(found.size());
     for (ReferenceUse& use : references_) {
-      const auto definition = definitions.find(use.label);
-      if (definition == definitions.end()) {
-        found_.links.push_back({use.destination, use.destination, use.line, use.column});
-      } else if (reported.emplace(definition->second.line, definition->second.column).second) {
-        found_.links.push_back({std::move(use.destination), definition->second.written,
-                                definition->second.line, definition->second.column});
+      found_.references.push_back({use.label, use.label_span, use.span});
+      if (use.destination.empty() || is_external(use.destination)) continue;
+      const auto definition = first_of_label.find(use.label);
+      if (definition == first_of_label.end()) {
+        found_.links.push_back(link_at(use.destination, use.destination, use.line, use.column));
+      } else if (!rendered[definition->second]) {
+        rendered[definition->second] = true;
+        found_.links.push_back(definition_link(found[definition->second],
+                                               found_.definitions[definition->second],
+                                               std::move(use.destination), true));
       }
     }
+    for (std::size_t index = 0; index < found.size(); ++index) {
+      std::string destination = unescaped(found[index].written);
+      if (rendered[index] || destination.empty() || is_external(destination)) continue;
+      found_.links.push_back(
+          definition_link(found[index], found_.definitions[index], std::move(destination), false));
+    }
+  }
+
+  Link definition_link(const FoundDefinition& found, const Definition& definition,
+                       std::string destination, bool rendered) const {
+    return {std::move(destination),
+            std::string(found.written),
+            found.line,
+            found.column,
+            LinkSyntax::markdown,
+            definition.span,
+            span_of(found.written),
+            rendered};
   }
 
   void html(cmark_node* node, const Placement& placement) {
@@ -707,13 +808,22 @@ class Reader {
       const std::string_view before = text.substr(0, attribute.offset);
       const auto newlines = static_cast<int>(std::count(before.begin(), before.end(), '\n'));
       const std::size_t line_start = before.rfind('\n');
-      found_.links.push_back(
-          {attribute.value, std::string(attribute.written), start.line + newlines,
-           line_start == std::string_view::npos
-               ? start.column + static_cast<std::int64_t>(attribute.offset)
-               : continued_column(start.line + newlines, text.substr(line_start + 1),
-                                  attribute.offset - line_start - 1),
-           LinkSyntax::html});
+      Link link = link_at(attribute.value, std::string(attribute.written), start.line + newlines,
+                          line_start == std::string_view::npos
+                              ? start.column + static_cast<std::int64_t>(attribute.offset)
+                              : continued_column(start.line + newlines, text.substr(line_start + 1),
+                                                 attribute.offset - line_start - 1),
+                          LinkSyntax::html);
+      // The value follows its name, "=" and perhaps a quote, on the name's line.
+      if (const auto name =
+              offset_of({static_cast<int>(link.line), static_cast<int>(link.column)})) {
+        const std::size_t value = source_.find(attribute.written, *name + attribute.name.size());
+        if (value != std::string_view::npos && value < line_end(source_, *name)) {
+          link.written_span = {value, value + attribute.written.size()};
+          link.span = {*name, link.written_span.end};
+        }
+      }
+      found_.links.push_back(std::move(link));
     });
   }
 
@@ -755,9 +865,17 @@ class Reader {
           std::prev(std::upper_bound(pieces.begin(), pieces.end(), open,
                                      [](std::size_t at, const auto& p) { return at < p.first; }));
       const Position start = start_of(piece->second, placement);
-      found_.links.push_back({std::string(page), std::string(page), start.line,
-                              start.column + static_cast<std::int64_t>(open - piece->first),
-                              LinkSyntax::wiki});
+      Link link =
+          link_at(std::string(page), std::string(page), start.line,
+                  start.column + static_cast<std::int64_t>(open - piece->first), LinkSyntax::wiki);
+      // The literal has its escapes resolved: its place is known where the source is the same.
+      const std::string_view whole = std::string_view(run).substr(open, close + 2 - open);
+      const auto at = offset_of({static_cast<int>(link.line), static_cast<int>(link.column)});
+      if (at && source_.substr(*at, whole.size()) == whole) {
+        link.span = {*at, *at + whole.size()};
+        link.written_span = {*at + 2, *at + 2 + page.size()};
+      }
+      found_.links.push_back(std::move(link));
       open = close;
     }
   }
@@ -775,6 +893,21 @@ class Reader {
 };
 
 }  // namespace
+
+std::string normalize_label(std::string_view label) {
+  std::string collapsed;
+  bool space = false;
+  for (const char c : label) {
+    if (is_space(c)) {
+      space = !collapsed.empty();
+      continue;
+    }
+    if (space) collapsed += ' ';
+    space = false;
+    collapsed += c;
+  }
+  return case_fold(collapsed);
+}
 
 bool is_external(std::string_view destination) {
   if (destination.starts_with("//")) return true;

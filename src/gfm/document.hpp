@@ -1,6 +1,7 @@
 // What a Markdown file links to and which anchors it has, as github.com renders it.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -9,6 +10,15 @@
 #include <vector>
 
 namespace tarnwick::gfm {
+
+// Bytes [begin, end) of a document's source; empty where a place is not known.
+struct Span {
+  std::size_t begin = 0;
+  std::size_t end = 0;
+  bool empty() const { return begin == end; }
+  bool contains(std::size_t offset) const { return begin <= offset && offset <= end && !empty(); }
+  bool operator==(const Span&) const = default;
+};
 
 enum class LinkSyntax { markdown, html, wiki };
 
@@ -19,16 +29,56 @@ struct Link {
   std::int64_t line = 0;    // 1-based: where the link starts; a reference link's definition
   std::int64_t column = 0;  // 1-based, in bytes
   LinkSyntax syntax = LinkSyntax::markdown;
+  Span span;          // the whole link as written: "[a](b)", "[label]: b", "href=b", "[[b]]"
+  Span written_span;  // where `written` stands
+  // A definition that no link uses renders nothing: it is kept for editing (renames, who
+  // links here), never checked.
+  bool rendered = true;
+  bool operator==(const Link&) const = default;
+};
+
+// A link reference definition, "[label]: destination", whatever its destination.
+struct Definition {
+  std::string label;  // normalised: case folded, white space collapsed
+  Span label_span;    // the label as written, inside the brackets
+  Span span;          // from "[" to the end of the destination
+  std::int64_t line = 0;
+  bool operator==(const Definition&) const = default;
+};
+
+// A reference link, "[text][label]", "[label][]" or "[label]", that a definition resolves.
+struct Reference {
+  std::string label;  // normalised
+  Span label_span;    // the label as written, inside its brackets
+  Span span;          // the whole link
+  bool operator==(const Reference&) const = default;
+};
+
+struct Heading {
+  int level = 0;
+  std::string text;  // as rendered, what its id is made from
+  std::string id;    // GitHub's, repeats numbered; empty when nothing of the text is kept
+  std::int64_t line = 0;
+  std::int64_t end_line = 0;  // a setext heading's underline
+  Span text_span;             // the text as written, without "#" markers or an underline
+  bool operator==(const Heading&) const = default;
 };
 
 struct LinkedDocument {
   // In document order per kind of link; a definition used by several reference links once.
   std::vector<Link> links;
+  std::vector<Definition> definitions;  // in document order; the first of a label counts
+  std::vector<Reference> references;    // in document order
+  std::vector<Heading> headings;        // in document order
   // Heading ids, raw HTML ids and names, footnote ids: what a fragment may name.
   std::unordered_set<std::string> anchors;
   // A "{#id}" written at the end of a heading, lowercased, and the id the heading really has.
   std::unordered_map<std::string, std::string> custom_ids;
+  bool operator==(const LinkedDocument&) const = default;
 };
+
+// The label as definitions and references match it: case folded, white space collapsed.
+std::string normalize_label(std::string_view label);
 
 // Reads a document as github.com renders it: inline and reference links and images (a
 // definition no link uses renders nothing), raw HTML href and src, and with `wiki` also
