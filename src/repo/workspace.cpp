@@ -39,17 +39,6 @@ const Set& empty_set() {
   return empty;
 }
 
-// The documents among the paths, as a sorted list.
-std::vector<std::string> documents_among(
-    const std::set<std::string>& paths,
-    const std::unordered_map<std::string, SharedDocument>& documents) {
-  std::vector<std::string> found;
-  for (const std::string& path : paths) {
-    if (documents.contains(path)) found.push_back(path);
-  }
-  return found;
-}
-
 }  // namespace
 
 SharedDocument read_document(std::string text, const WorkspaceOptions& options) {
@@ -244,27 +233,32 @@ void Workspace::unindex_links(const std::string& path) {
   keys_of_.erase(found);
 }
 
-std::vector<std::string> Workspace::put_document(const std::string& path, SharedDocument document) {
-  std::set<std::string> changed;
-  add_entry(path, false, changed);
-  std::set<std::string> affected;
-  const auto old = documents_.find(path);
-  const bool anchors_changed = old == documents_.end() ||
-                               old->second->read.anchors != document->read.anchors ||
-                               old->second->read.custom_ids != document->read.custom_ids;
-  unindex_links(path);
-  index_links(path, *document);
-  documents_[path] = std::move(document);
-  affected.insert(path);
+std::vector<std::string> Workspace::affected_by(const std::set<std::string>& changed,
+                                                std::set<std::string> affected) const {
   for (const std::string& entry : changed) {
     const auto dependents = documents_depending_on(entry);
     affected.insert(dependents.begin(), dependents.end());
   }
-  if (anchors_changed && changed.empty()) {
-    const auto dependents = documents_depending_on(path);
-    affected.insert(dependents.begin(), dependents.end());
+  std::vector<std::string> documents;
+  for (const std::string& path : affected) {
+    if (documents_.contains(path)) documents.push_back(path);
   }
-  return documents_among(affected, documents_);
+  return documents;
+}
+
+std::vector<std::string> Workspace::put_document(const std::string& path, SharedDocument document) {
+  std::set<std::string> changed;
+  add_entry(path, false, changed);
+  // Anchors are what other documents' links see of a document's text.
+  const auto old = documents_.find(path);
+  if (old == documents_.end() || old->second->read.anchors != document->read.anchors ||
+      old->second->read.custom_ids != document->read.custom_ids) {
+    changed.insert(path);
+  }
+  unindex_links(path);
+  index_links(path, *document);
+  documents_[path] = std::move(document);
+  return affected_by(changed, {path});
 }
 
 std::vector<std::string> Workspace::put_file(const std::string& path) {
@@ -275,12 +269,13 @@ std::vector<std::string> Workspace::put_file(const std::string& path) {
     unindex_links(path);
     changed.insert(path);
   }
-  std::set<std::string> affected;
-  for (const std::string& entry : changed) {
-    const auto dependents = documents_depending_on(entry);
-    affected.insert(dependents.begin(), dependents.end());
-  }
-  return documents_among(affected, documents_);
+  return affected_by(changed, {});
+}
+
+std::vector<std::string> Workspace::put_directory(const std::string& path) {
+  std::set<std::string> changed;
+  add_entry(path, true, changed);
+  return affected_by(changed, {});
 }
 
 std::vector<std::string> Workspace::remove(const std::string& path) {
@@ -300,12 +295,7 @@ std::vector<std::string> Workspace::remove(const std::string& path) {
   } else {
     remove_entry(path, false, changed);
   }
-  std::set<std::string> affected;
-  for (const std::string& entry : changed) {
-    const auto dependents = documents_depending_on(entry);
-    affected.insert(dependents.begin(), dependents.end());
-  }
-  return documents_among(affected, documents_);
+  return affected_by(changed, {});
 }
 
 }  // namespace tarnwick::repo

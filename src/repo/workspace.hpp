@@ -47,6 +47,8 @@ class Workspace {
 
   const WorkspaceOptions& options() const { return options_; }
 
+  const std::unordered_set<std::string>& files() const { return files_; }
+  const std::unordered_set<std::string>& directories() const { return directories_; }
   bool has_file(std::string_view path) const { return files_.contains(std::string(path)); }
   bool has_directory(std::string_view path) const {
     return directories_.contains(std::string(path));
@@ -79,6 +81,8 @@ class Workspace {
   // Adds a file without a document (one that is not Markdown, or could not be read), or drops
   // the document of one that was read.
   std::vector<std::string> put_file(const std::string& path);
+  // Adds a folder (and the folders above it).
+  std::vector<std::string> put_directory(const std::string& path);
   // Removes a file, or a folder with everything in it.
   std::vector<std::string> remove(const std::string& path);
 
@@ -93,7 +97,10 @@ class Workspace {
   void remove_entry(const std::string& path, bool is_directory, std::set<std::string>& changed);
   void index_links(const std::string& path, const Document& document);
   void unindex_links(const std::string& path);
-  void add_dependents(std::string_view path, std::set<std::string>& affected) const;
+  void add_dependents(std::string_view key, std::set<std::string>& affected) const;
+  // The documents among `affected` and those depending on what `changed`, in byte order.
+  std::vector<std::string> affected_by(const std::set<std::string>& changed,
+                                       std::set<std::string> affected) const;
 
   WorkspaceOptions options_;
   std::unordered_set<std::string> files_;
