@@ -45,6 +45,8 @@ Problem located(const std::string& path, const Link& link) {
   problem.line = link.line;
   problem.column = link.column;
   problem.target = link.written;
+  problem.span = link.span;
+  problem.target_span = link.written_span;
   return problem;
 }
 
@@ -105,14 +107,7 @@ class Checker {
     }
     if (!destination.fragment || destination.fragment->empty()) return std::nullopt;
     if (!is_file) {
-      std::optional<std::string> readme;
-      for (const std::string& name : workspace_.names_in(target)) {
-        std::string candidate = target.empty() ? name : target + "/" + name;
-        if (is_readme(name) && workspace_.has_file(candidate)) {
-          readme = std::move(candidate);
-          break;
-        }
-      }
+      const std::optional<std::string> readme = workspace_.readme_of(target);
       if (!readme) {
         return report(Code::missing_anchor_other_file,
                       "folder " + in_quotes(target.empty() ? "/" : target) + " has no README for " +
@@ -175,11 +170,12 @@ class Checker {
     const repo::Document* linked = workspace_.document(target);
     if (!linked) return std::nullopt;  // unreadable, and named as such
     const LinkedDocument& read = linked->read;
-    const std::string lowered = lowercase(fragment);
-    if (read.anchors.contains(fragment) || read.anchors.contains(lowered)) return std::nullopt;
-    if (link.syntax == LinkSyntax::wiki && read.anchors.contains(gfm::slug(fragment))) {
+    const std::vector<std::string> forms = gfm::anchor_forms(fragment, link.syntax);
+    if (std::any_of(forms.begin(), forms.end(),
+                    [&](const std::string& form) { return read.anchors.contains(form); })) {
       return std::nullopt;
     }
+    const std::string& lowered = forms[1];  // as site generators' ids are compared
     if (const auto custom = read.custom_ids.find(lowered); custom != read.custom_ids.end()) {
       problem.code = Code::custom_anchor;
       problem.message = in_quotes("{#" + fragment + "}") +
@@ -194,10 +190,6 @@ class Checker {
     problem.message = "no heading or anchor " + in_quotes("#" + fragment) +
                       (same_file ? " in this file" : " in " + in_quotes(target));
     return problem;
-  }
-
-  static bool is_readme(std::string_view name) {
-    return repo::is_markdown(name) && lowercase(stem_of(name)) == "readme";
   }
 
   const repo::Workspace& workspace_;

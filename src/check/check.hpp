@@ -70,6 +70,8 @@ struct Problem {
   std::int64_t line = 0;
   std::int64_t column = 0;
   std::string target;  // the link as written
+  gfm::Span span;      // where the link stands in its document, and its target as written
+  gfm::Span target_span;
   Code code = Code::missing_file;
   std::string message;
   std::optional<std::string> suggestion;  // a target to write instead

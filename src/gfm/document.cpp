@@ -909,6 +909,12 @@ std::string normalize_label(std::string_view label) {
   return case_fold(collapsed);
 }
 
+std::vector<std::string> anchor_forms(std::string_view fragment, LinkSyntax syntax) {
+  std::vector<std::string> forms{std::string(fragment), lowercase(fragment)};
+  if (syntax == LinkSyntax::wiki) forms.push_back(slug(fragment));
+  return forms;
+}
+
 bool is_external(std::string_view destination) {
   if (destination.starts_with("//")) return true;
   const auto is_letter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); };

@@ -86,6 +86,11 @@ std::string normalize_label(std::string_view label);
 // table.
 LinkedDocument read_links(std::string_view markdown, bool wiki);
 
+// The anchors a link's decoded fragment may name, in this order: the fragment itself, it
+// lowercased (a browser finds either), and for a wiki link, which names a heading by its text,
+// that text's id.
+std::vector<std::string> anchor_forms(std::string_view fragment, LinkSyntax syntax);
+
 // Whether a link leaves the repository by its form: a scheme ("https:", "mailto:") or a host
 // ("//example.com").
 bool is_external(std::string_view destination);

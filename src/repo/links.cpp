@@ -117,6 +117,23 @@ Destination resolve_destination(std::string_view from, std::string_view destinat
   return resolved;
 }
 
+std::string encode_path(std::string_view path) {
+  constexpr std::string_view HEX = "0123456789ABCDEF";
+  std::string text;
+  for (const char c : path) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte <= ' ' || byte == 0x7F ||
+        std::string_view("%<>()#?\\").find(c) != std::string_view::npos) {
+      text += '%';
+      text += HEX[byte >> 4];
+      text += HEX[byte & 0xF];
+    } else {
+      text += c;
+    }
+  }
+  return text;
+}
+
 std::string rewritten(std::string_view written, std::string_view from, std::string_view to) {
   namespace fs = std::filesystem;
   const std::size_t rest = std::min(written.find_first_of("?#"), written.size());

@@ -36,6 +36,10 @@ struct Destination {
 };
 Destination resolve_destination(std::string_view from, std::string_view destination);
 
+// A path as a link's destination may hold it: white space, control characters and what would
+// end the destination or read as an escape, a query or a fragment are percent-encoded.
+std::string encode_path(std::string_view path);
+
 // A link from the file at `from` to the path `to`, written as `written` was: from the root when
 // it started with "/", else from the file's folder; its query and fragment kept as written.
 std::string rewritten(std::string_view written, std::string_view from, std::string_view to);

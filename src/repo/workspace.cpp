@@ -105,6 +105,14 @@ const std::set<std::string>& Workspace::names_in(std::string_view folder) const 
   return found == names_.end() ? empty_set<std::set<std::string>>() : found->second;
 }
 
+std::optional<std::string> Workspace::readme_of(std::string_view folder) const {
+  for (const std::string& name : names_in(folder)) {
+    std::string candidate = folder.empty() ? name : std::string(folder) + "/" + name;
+    if (is_readme(name) && has_file(candidate)) return candidate;
+  }
+  return std::nullopt;
+}
+
 std::vector<std::string> Workspace::pages_named(std::string_view page) const {
   if (is_markdown(page)) page = stem_of(page);
   const std::string lowered = gfm::lowercase(page);

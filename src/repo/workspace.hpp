@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -58,6 +59,8 @@ class Workspace {
   const std::string* in_any_case(std::string_view path) const;
   // The names of the files and folders in a folder, in byte order.
   const std::set<std::string>& names_in(std::string_view folder) const;
+  // The README a folder is shown with: its first Markdown file named README, in any case.
+  std::optional<std::string> readme_of(std::string_view folder) const;
   // The Markdown files a wiki link's page names: those whose path without its extension is
   // the page, or ends with "/" and the page, in any letter case; in byte order.
   std::vector<std::string> pages_named(std::string_view page) const;
