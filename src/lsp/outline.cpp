@@ -20,13 +20,21 @@ bool is_folded_block(std::string_view type) {
 
 std::vector<DocumentOutline::Block> blocks_of(const Document& document) {
   std::vector<DocumentOutline::Block> blocks;
+  const std::string& text = document.text();
   engines::markdown::detail::walk(document.root(), [&](engines::markdown::Node node) {
     if (!is_folded_block(ts_node_type(node.node))) return true;
-    const TSPoint start = ts_node_start_point(node.node);
-    const TSPoint end = ts_node_end_point(node.node);
-    // A block that ends with its line end ends at the start of the next line.
-    const std::uint32_t last = end.column == 0 && end.row > start.row ? end.row - 1 : end.row;
-    if (last > start.row) blocks.push_back({start.row, last});
+    // A block ends at its last line with text: an indented code block holds the blank lines
+    // after it, and every block the line end of its last line.
+    const std::uint32_t start = ts_node_start_byte(node.node);
+    std::uint32_t end = ts_node_end_byte(node.node);
+    while (end > start &&
+           (text[end - 1] == '\n' || text[end - 1] == ' ' || text[end - 1] == '\t')) {
+      --end;
+    }
+    const auto lines =
+        static_cast<std::uint32_t>(std::count(text.begin() + start, text.begin() + end, '\n'));
+    const std::uint32_t first = ts_node_start_point(node.node).row;
+    if (lines > 0) blocks.push_back({first, first + lines});
     return false;
   });
   return blocks;
@@ -64,7 +72,8 @@ Tree nest(const std::vector<Symbol>& sections) {
 DocumentOutline outline_of(std::string_view text) {
   MarkdownParser parser;
   const Document document(parser, normalize_line_endings(std::string(text)));
-  return {index_document(document, "").symbols, blocks_of(document)};
+  return {engines::markdown::extract_sections(document.root(), document.text(), "", 0, {}),
+          blocks_of(document)};
 }
 
 Json document_symbols(const DocumentOutline& outline, const Text& text, PositionEncoding encoding,

@@ -24,6 +24,7 @@ class Client:
         self.messages = queue.Queue()
         self.notifications = []  # every notification the server sent, in order
         self.server_requests = []  # every request the server sent, in order
+        self.responses = []  # every response to the client's requests, in order
         self.stderr = b""
         threading.Thread(target=self._read, daemon=True).start()
         threading.Thread(target=self._read_stderr, daemon=True).start()
@@ -77,6 +78,8 @@ class Client:
                 self._answer(message)
             elif "method" in message:
                 self.notifications.append(message)
+            else:
+                self.responses.append(message)
             if predicate(message):
                 return message
 
