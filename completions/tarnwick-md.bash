@@ -2,7 +2,7 @@
 _tarnwick_md() {
   local word=${COMP_WORDS[COMP_CWORD]} command=${COMP_WORDS[1]}
   if ((COMP_CWORD == 1)); then
-    mapfile -t COMPREPLY < <(compgen -W "index check outline links help --help --version -V" -- "$word")
+    mapfile -t COMPREPLY < <(compgen -W "index check outline links lsp help --help --version -V" -- "$word")
     return
   fi
   case $command in
@@ -31,7 +31,8 @@ _tarnwick_md() {
         mapfile -t COMPREPLY < <(compgen -f -- "$word")
       fi
       ;;
-    help) mapfile -t COMPREPLY < <(compgen -W "index check outline links" -- "$word") ;;
+    lsp) mapfile -t COMPREPLY < <(compgen -W "--help --stdio -h" -- "$word") ;;
+    help) mapfile -t COMPREPLY < <(compgen -W "index check outline links lsp" -- "$word") ;;
   esac
 }
 complete -o filenames -F _tarnwick_md tarnwick-md

@@ -41,6 +41,8 @@ expect "--version" 0 "-"
 expect "-V" 0 "-"
 expect "help" 0 "-"
 expect "help index" 0 "-"
+expect "help lsp" 0 "-"
+expect "lsp --stdoi" 2 "did you mean '--stdio'?"
 expect "index --help" 0 "-"
 expect "" 2 "Usage: tarnwick-md COMMAND"
 expect "idnex docs" 2 "did you mean 'index'?"
@@ -302,6 +304,7 @@ source_dir=$(dirname "$examples")/..
 for option in $( (
   "$binary" index --help
   "$binary" check --help
+  "$binary" lsp --help
 ) | grep -o -- '--[a-z-]*' | sort -u); do
   for file in docs/man/tarnwick-md.1 completions/tarnwick-md.bash completions/_tarnwick-md; do
     text=$(sed 's/\\-/-/g' "$source_dir/$file")

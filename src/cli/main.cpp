@@ -1,6 +1,8 @@
 // tarnwick-md: the Markdown engine of tarnwick on the command line.
+#include <unistd.h>
 #include <CLI/CLI.hpp>
 
+#include <csignal>
 #include <filesystem>
 #include <iostream>
 #include <map>
@@ -12,6 +14,7 @@
 #include "cli/index.hpp"
 #include "cli/output.hpp"
 #include "cli/views.hpp"
+#include "lsp/server.hpp"
 #include "tarnwick/markdown.hpp"
 #include "text/nearest.hpp"
 
@@ -21,7 +24,7 @@ constexpr const char* PROGRAM = "tarnwick-md";
 
 constexpr const char* SHORT_USAGE =
     "Usage: tarnwick-md COMMAND [OPTIONS] [ARGS...]\n"
-    "Commands: index, check, outline, links, help. Run 'tarnwick-md help' for more.\n";
+    "Commands: index, check, outline, links, lsp, help. Run 'tarnwick-md help' for more.\n";
 
 constexpr const char* EXIT_STATUS =
     "Exit status: 0 success, 1 some input could not be read or the output could not be "
@@ -244,6 +247,19 @@ int main(int argc, char** argv) {
       "Examples:\n  tarnwick-md links docs/tour.md\n  tarnwick-md links --json docs\n\n" +
       std::string(EXIT_STATUS));
 
+  // lsp: the language server, over stdin and stdout.
+  auto* lsp_command = app.add_subcommand(
+      "lsp",
+      "Run the Markdown language server over stdin and stdout, for editors that speak the "
+      "Language Server Protocol: outline, folding and the repository's links.");
+  lsp_command->add_flag("--stdio")->description(
+      "Accepted and ignored: stdio is the only transport (editors pass it).");
+  lsp_command->footer(
+      "Editors start it themselves; docs/lsp.md has the set-up for Neovim, Helix, Emacs and "
+      "VS Code.\nLogs go to stderr and to the editor's log.\n\n"
+      "Exit status: 0 after the client's shutdown and exit, 1 when the session ended without "
+      "shutdown, 2 usage error.");
+
   std::vector<std::string> commands;
   for (const CLI::App* command : app.get_subcommands({})) commands.push_back(command->get_name());
   commands.push_back("help");
@@ -289,6 +305,11 @@ int main(int argc, char** argv) {
     return usage_error(error.what(), std::nullopt);
   }
 
+  if (lsp_command->parsed()) {
+    // A client that went away must end the session through a failed write, not a signal.
+    std::signal(SIGPIPE, SIG_IGN);
+    return tarnwick::lsp::serve(STDIN_FILENO, STDOUT_FILENO);
+  }
   int status = 0;
   if (check_command->parsed()) {
     if (check.paths.empty()) check.paths.push_back(".");

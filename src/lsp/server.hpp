@@ -1,0 +1,9 @@
+// The language server of tarnwick-md: a session with every feature registered.
+#pragma once
+
+namespace tarnwick::lsp {
+
+// Serves one client over `input` and `output` until it exits; the exit status.
+int serve(int input, int output);
+
+}  // namespace tarnwick::lsp
