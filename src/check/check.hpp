@@ -79,6 +79,7 @@ struct Problem {
   // decoded fragment: what --changed filters on and suggestions start from.
   std::string resolved;
   std::string fragment;
+  bool operator==(const Problem&) const = default;
 };
 
 // The problems of the links of a document of the workspace, in the document's order, without

@@ -14,17 +14,20 @@ std::string_view level(Code code) {
   return info(code).site_generator ? "warning" : "error";
 }
 
-// A problem's message, and its suggestion when there is one.
-std::string message_with_suggestion(const Problem& problem) {
-  return problem.message +
-         (problem.suggestion ? " (did you mean \"" + *problem.suggestion + "\"?)" : std::string());
-}
-
 void append_text(std::string& out, const Problem& problem) {
   out += problem.path + ":" + std::to_string(problem.line) + ":" + std::to_string(problem.column) +
          ": " + std::string(info(problem.code).name) + ": " + message_with_suggestion(problem) +
          "\n";
 }
+
+}  // namespace
+
+std::string message_with_suggestion(const Problem& problem) {
+  return problem.message +
+         (problem.suggestion ? " (did you mean \"" + *problem.suggestion + "\"?)" : std::string());
+}
+
+namespace {
 
 void append_json(std::string& out, const Problem& problem) {
   out += "{\"path\":";

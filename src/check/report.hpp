@@ -11,6 +11,9 @@ namespace tarnwick::check {
 
 enum class Format { text, json, sarif, github };
 
+// A problem's message, and its suggestion when there is one, as people read it.
+std::string message_with_suggestion(const Problem& problem);
+
 // Problems whose `path` is as the reader should open it (from the current directory).
 // text: "path:line:column: code: message", and the suggestion after it;
 // json: JSON Lines, one problem a line;
