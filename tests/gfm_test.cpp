@@ -2,6 +2,8 @@
 // places an editor jumps to and rewrites.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -78,8 +80,8 @@ const Case CASES[] = {
       "link: [[Other]] | Other"}},
     {"Headings",
      "# Title #\n\nSetext\ntwo lines\n---\n\n> ## In a quote\n\n## Title\n### `code` *em*  ##  \n",
-     {"h1: title | Title", "h2: setexttwo-lines | Setext\ntwo lines",
-      "h2: in-a-quote | In a quote", "h2: title-1 | Title", "h3: code-em | `code` *em*"}},
+     {"h1: title | Title", "h2: setexttwo-lines | Setext\ntwo lines", "h2: in-a-quote | In a quote",
+      "h2: title-1 | Title", "h3: code-em | `code` *em*"}},
     {"NothingInFrontMatterOrCode",
      "---\ntitle: x\nlink: \"[a](a.md)\"\n---\n\n```\n[b](b.md)\n# not\n```\n[c](c.md)\n",
      {"link: [c](c.md) | c.md"}},
@@ -87,6 +89,160 @@ const Case CASES[] = {
 
 INSTANTIATE_TEST_SUITE_P(Documents, Places, testing::ValuesIn(CASES),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// Blocks of every kind that holds links or anchors, and kinds that reach over other lines:
+// fences that may not close, lists and quotes that go on, tables, HTML, definitions, notes.
+const std::vector<std::string> SNIPPETS = {
+    "# Title\n",
+    "## Install\n",
+    "Setext\n===\n",
+    "Other\n---\n",
+    "### Install\n",
+    "Text with [a link](docs/a.md#install) and [another](b.md).\n",
+    "A [reference][ref] and a [shortcut] and [a collapsed][].\n",
+    "[ref]: docs/ref.md#x\n",
+    "[shortcut]: <s c.md>\n",
+    "[a collapsed]: c.md \"title\"\n",
+    "- item [x](x.md)\n- item two\n",
+    "1. one\n2. [two](two.md)\n",
+    "  - nested [n](n.md)\n",
+    "> quoted [q](q.md)\n> more\n",
+    ">\n",
+    "```\n[not](code.md)\n",
+    "```\n",
+    "~~~\n",
+    "    indented [code](code.md)\n",
+    "| a | b |\n|---|---|\n| [t](t.md) | x |\n",
+    "<div id=\"top\">\n<a href=\"h.md#y\">h</a>\n</div>\n",
+    "<a name=\"n\"></a>\n",
+    "Note[^1] here.\n",
+    "[^1]: the note [f](f.md)\n",
+    "[[Page#Head|label]] and [[Other]]\n",
+    "Lazy\ncontinuation [l](l.md)\n",
+    "line\\\nbreak [b](b.md)\n",
+    "\n",
+    "\n\n",
+    "<!-- comment -->\n",
+    "Title {#custom}\n---\n",
+    "***\n",
+    "a <?x [p](p.md)\n",
+};
+
+// Notes and definitions make most edits read the whole text again: documents without them
+// test reading a part.
+bool is_global(std::string_view snippet) {
+  return snippet.find("[^") != std::string_view::npos ||
+         snippet.find("]: ") != std::string_view::npos;
+}
+
+std::string random_snippets(std::mt19937& random, std::size_t count, bool global = true) {
+  std::string text;
+  while (count > 0) {
+    const std::string& snippet =
+        SNIPPETS[std::uniform_int_distribution<std::size_t>(0, SNIPPETS.size() - 1)(random)];
+    if (!global && is_global(snippet)) continue;
+    text += snippet;
+    --count;
+  }
+  return text;
+}
+
+// An edit as a person makes one: a block inserted, a stretch deleted, a few characters typed.
+std::string edited(const std::string& text, std::mt19937& random, bool global) {
+  const auto at = [&](std::size_t size) {
+    return std::uniform_int_distribution<std::size_t>(0, size)(random);
+  };
+  std::string changed = text;
+  const std::size_t where = at(text.size());
+  switch (std::uniform_int_distribution<int>(0, 3)(random)) {
+    case 0: {
+      // at a line start
+      const std::size_t line = where == 0 ? 0 : text.rfind('\n', where - 1) + 1;
+      changed.insert(std::min(line, text.size()), random_snippets(random, 1, global));
+      break;
+    }
+    case 1:
+      changed.erase(where, at(std::min<std::size_t>(40, text.size() - where)));
+      break;
+    case 2: {
+      constexpr std::string_view TYPED = "ab #[]()<>`*-|\n:^!{}";
+      std::string typed;
+      for (std::size_t i = at(4) + 1; i > 0; --i) typed += TYPED[at(TYPED.size() - 1)];
+      changed.insert(where, typed);
+      break;
+    }
+    default:
+      changed.insert(where, random_snippets(random, 1, global));
+      break;
+  }
+  return changed;
+}
+
+// The first thing two readings differ in, for a person to find the fault.
+std::string first_difference(const LinkedDocument& a, const LinkedDocument& b) {
+  const auto compare = [](const char* what, const auto& x, const auto& y,
+                          auto describe) -> std::string {
+    for (std::size_t i = 0; i < std::max(x.size(), y.size()); ++i) {
+      if (i >= x.size() || i >= y.size() || !(x[i] == y[i])) {
+        return std::string(what) + " " + std::to_string(i) + ": " +
+               (i < x.size() ? describe(x[i]) : "none") + " / " +
+               (i < y.size() ? describe(y[i]) : "none");
+      }
+    }
+    return "";
+  };
+  const auto span = [](Span s) { return std::to_string(s.begin) + "-" + std::to_string(s.end); };
+  std::string found;
+  for (std::string difference :
+       {compare("link", a.links, b.links,
+                [&](const Link& l) {
+                  return l.destination + "@" + std::to_string(l.line) + ":" +
+                         std::to_string(l.column) + " " + span(l.span) + " " +
+                         span(l.written_span) + (l.rendered ? "" : " unused");
+                }),
+        compare("heading", a.headings, b.headings,
+                [&](const Heading& h) {
+                  return h.id + "@" + std::to_string(h.line) + "-" + std::to_string(h.end_line) +
+                         " " + span(h.text_span);
+                }),
+        compare("block", a.blocks, b.blocks,
+                [](const Block& k) {
+                  return std::to_string(k.type) + "@" + std::to_string(k.line) + ":" +
+                         std::to_string(k.column) + "-" + std::to_string(k.end_line);
+                }),
+        compare("reference", a.references, b.references,
+                [&](const Reference& r) { return r.label + "@" + std::to_string(r.line); }),
+        compare("definition", a.definitions, b.definitions,
+                [&](const Definition& d) { return d.label + "@" + std::to_string(d.line); }),
+        compare("html anchor", a.html_anchors, b.html_anchors,
+                [](const Anchor& x) { return x.name + "@" + std::to_string(x.line); })}) {
+    if (found.empty()) found = difference;
+  }
+  return found.empty() ? "the other fields" : found;
+}
+
+TEST(Rereading, GivesWhatReadingTheWholeEditedTextGives) {
+  std::mt19937 random(7);
+  for (int document = 0; document < 400; ++document) {
+    const bool global = document % 2 == 0;
+    std::string text = random_snippets(random, 12, global);
+    if (document % 5 == 0) text = "---\ntitle: x\n---\n" + text;
+    for (const bool wiki : {false, true}) {
+      std::string current = text;
+      LinkedDocument read = read_links(current, wiki);
+      for (int edit = 0; edit < 20; ++edit) {
+        const std::string next = edited(current, random, global);
+        LinkedDocument again = reread(read, current, next, wiki);
+        const LinkedDocument whole = read_links(next, wiki);
+        ASSERT_TRUE(again == whole) << first_difference(again, whole) << "\nbefore:\n"
+                                    << current << "\nafter:\n"
+                                    << next;
+        current = next;
+        read = std::move(again);
+      }
+    }
+  }
+}
 
 }  // namespace
 }  // namespace tarnwick::gfm

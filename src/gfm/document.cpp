@@ -52,27 +52,32 @@ std::size_t line_end(std::string_view source, std::size_t pos) {
   return pos;
 }
 
-// The source with YAML front matter (a first line "---" up to a line "---" or "...") blanked,
-// so that lines and columns stay those of the file.
-std::string without_front_matter(std::string_view source) {
-  std::string text(source);
+// Where YAML front matter (a first line "---" up to a line "---" or "...") ends: the end of
+// its last line; 0 when the source has none.
+std::size_t front_matter_end(std::string_view source) {
   const auto is_fence = [&](std::size_t start, std::string_view fence) {
     std::string_view line = source.substr(start, line_end(source, start) - start);
     while (!line.empty() && is_blank(line.back())) line.remove_suffix(1);
     return line == fence;
   };
-  if (!is_fence(0, "---")) return text;
+  if (!is_fence(0, "---")) return 0;
   for (std::size_t start = line_end(source, 0); start < source.size();) {
     start +=
         source[start] == '\r' && start + 1 < source.size() && source[start + 1] == '\n' ? 2 : 1;
     if (start <= source.size() && (is_fence(start, "---") || is_fence(start, "..."))) {
-      const std::size_t end = line_end(source, start);
-      for (std::size_t pos = 0; pos < end; ++pos) {
-        if (text[pos] != '\n' && text[pos] != '\r') text[pos] = ' ';
-      }
-      return text;
+      return line_end(source, start);
     }
     start = line_end(source, start);
+  }
+  return 0;
+}
+
+// The source with its front matter blanked, so that lines and columns stay those of the file.
+std::string without_front_matter(std::string_view source) {
+  std::string text(source);
+  const std::size_t end = front_matter_end(source);
+  for (std::size_t pos = 0; pos < end; ++pos) {
+    if (text[pos] != '\n' && text[pos] != '\r') text[pos] = ' ';
   }
   return text;
 }
@@ -196,10 +201,12 @@ struct FoundDefinition {
 // tables and the text of paragraphs (a definition cannot interrupt a paragraph).
 using Lines = std::vector<std::pair<std::int64_t, std::int64_t>>;
 
-// The link reference definitions of the source, in order.
+// The link reference definitions of the source's lines from `first_line` to `last_line`, in
+// order.
 std::vector<FoundDefinition> find_definitions(std::string_view source,
                                               const std::vector<std::size_t>& starts,
-                                              const Lines& excluded) {
+                                              const Lines& excluded, std::int64_t first_line,
+                                              std::int64_t last_line) {
   std::vector<bool> skipped(starts.size() + 1);
   for (const auto& [first, last] : excluded) {
     for (auto line = std::max<std::int64_t>(first, 1);
@@ -208,7 +215,8 @@ std::vector<FoundDefinition> find_definitions(std::string_view source,
     }
   }
   std::vector<FoundDefinition> definitions;
-  for (std::size_t index = 0; index < starts.size(); ++index) {
+  for (auto index = static_cast<std::size_t>(first_line - 1);
+       index < static_cast<std::size_t>(last_line); ++index) {
     const auto line = static_cast<std::int64_t>(index) + 1;
     if (skipped[index + 1]) continue;
     const std::size_t end = line_end(source, starts[index]);
@@ -332,7 +340,7 @@ bool has_overwide_row(std::string_view text) {
 // than any real one has is touched.
 constexpr std::size_t MOST_UNENDED_MARKUP = 64;
 
-void neutralize_unended_markup(std::string& text) {
+bool neutralize_unended_markup(std::string& text) {
   enum class Kind { instruction, section, declaration };
   std::vector<std::pair<std::size_t, Kind>> openers;
   for (std::size_t at = text.find('<'); at != std::string::npos && at + 2 < text.size();
@@ -347,7 +355,7 @@ void neutralize_unended_markup(std::string& text) {
       openers.emplace_back(at, Kind::declaration);
     }
   }
-  if (openers.size() <= MOST_UNENDED_MARKUP) return;
+  if (openers.size() <= MOST_UNENDED_MARKUP) return false;
   // Each kind of opener can end only before the last of its ends.
   const auto after_last = [&](std::string_view end) {
     const std::size_t last = text.rfind(end);
@@ -357,7 +365,7 @@ void neutralize_unended_markup(std::string& text) {
   std::erase_if(openers, [&](const auto& opener) {
     return opener.first < ends[static_cast<std::size_t>(opener.second)];
   });
-  if (openers.size() <= MOST_UNENDED_MARKUP) return;
+  if (openers.size() <= MOST_UNENDED_MARKUP) return false;
   const std::vector<std::size_t> starts = line_starts(text);
   for (const auto& [at, kind] : openers) {
     const std::size_t line = *std::prev(std::upper_bound(starts.begin(), starts.end(), at));
@@ -365,20 +373,20 @@ void neutralize_unended_markup(std::string& text) {
       text[at] = '\x01';
     }
   }
+  return true;
 }
 
-// GitHub's rendering: its extensions, footnotes on.
-Node parse_as_github(std::string& text) {
+// GitHub's rendering of a text: its extensions (tables unless a row is too wide for them),
+// footnotes on.
+Node parse_as_github(std::string_view text, bool tables) {
   std::unique_ptr<cmark_parser, decltype(&cmark_parser_free)> parser(
       cmark_parser_new(CMARK_OPT_SOURCEPOS | CMARK_OPT_FOOTNOTES), &cmark_parser_free);
-  const bool tables = !has_overwide_row(text);
   for (const char* name : {"table", "strikethrough", "autolink", "tagfilter", "tasklist"}) {
     if (std::string_view(name) == "table" && !tables) continue;
     if (cmark_syntax_extension* found = extension(name)) {
       cmark_parser_attach_syntax_extension(parser.get(), found);
     }
   }
-  neutralize_unended_markup(text);
   cmark_parser_feed(parser.get(), text.data(), text.size());
   return Node(cmark_parser_finish(parser.get()), &cmark_node_free);
 }
@@ -427,37 +435,73 @@ struct Paragraph {
   std::vector<cmark_node*> placed;
 };
 
+// Reads the text, or the lines of a part of it, as GitHub renders it: what stands in the text
+// (links, reference links, headings, anchors, definitions, the top-level blocks), before what
+// depends on the whole document is worked out (see `finish`).
 class Reader {
  public:
-  Reader(std::string_view source, bool wiki)
-      : text_(without_front_matter(source)),
-        source_(text_),
-        starts_(line_starts(source_)),
-        wiki_(wiki) {}
+  // `source` is the whole text, with its front matter blanked; the part read is its lines from
+  // `first_line` to `last_line`. What cmark-gfm is given (`parsed`) is the part, perhaps after
+  // `line_offset` lines of definitions that the rest of the document holds (a negative offset),
+  // so that its reference links resolve as in the whole text.
+  Reader(std::string_view source, const std::vector<std::size_t>& starts, bool wiki, int first_line,
+         int last_line, int line_offset)
+      : source_(source),
+        starts_(starts),
+        wiki_(wiki),
+        first_line_(first_line),
+        last_line_(last_line),
+        line_offset_(line_offset) {}
 
-  LinkedDocument read() {
-    const Node document = parse_as_github(text_);
+  LinkedDocument read(std::string_view parsed, bool tables) {
+    found_.tables = tables;
+    const Node document = parse_as_github(parsed, tables);
     std::unique_ptr<cmark_iter, decltype(&cmark_iter_free)> iterator(cmark_iter_new(document.get()),
                                                                      &cmark_iter_free);
     for (cmark_event_type event; (event = cmark_iter_next(iterator.get())) != CMARK_EVENT_DONE;) {
       cmark_node* node = cmark_iter_get_node(iterator.get());
       if (event == CMARK_EVENT_ENTER) {
+        if (cmark_node_parent(node) == document.get()) {
+          count_items();
+          found_.blocks.push_back({std::max(start_line(node), 0), cmark_node_get_start_column(node),
+                                   end_line(node), cmark_node_get_type(node)});
+        }
         enter(node);
       } else if (paragraph_ && node == paragraph_->node) {
         leave_paragraph();
       }
     }
-    resolve_references();
+    count_items();
+    read_definitions();
     return std::move(found_);
   }
 
  private:
-  struct ReferenceUse {
-    std::string label;  // normalised
-    std::string destination;
-    std::int64_t line, column;
-    Span label_span, span;
-  };
+  // Gives the last block the items found since it began.
+  void count_items() {
+    if (found_.blocks.empty()) return;
+    const std::size_t sizes[] = {found_.links.size(), found_.references.size(),
+                                 found_.headings.size(), found_.html_anchors.size(),
+                                 found_.footnote_references.size()};
+    Block& block = found_.blocks.back();
+    std::size_t* counts[] = {&block.links, &block.references, &block.headings, &block.html_anchors,
+                             &block.footnote_references};
+    for (std::size_t kind = 0; kind < 5; ++kind) {
+      *counts[kind] = sizes[kind] - counted_[kind];
+      counted_[kind] = sizes[kind];
+    }
+  }
+
+  // Lines as the whole text counts them; 0 for a node cmark-gfm gave no place.
+  int start_line(cmark_node* node) const {
+    const int line = cmark_node_get_start_line(node);
+    return line < 1 ? line : line + line_offset_;
+  }
+  int end_line(cmark_node* node) const {
+    // An HTML block's end may come before its start, even at line 0.
+    const int line = cmark_node_get_end_line(node);
+    return cmark_node_get_start_line(node) < 1 ? line : line + line_offset_;
+  }
 
   void enter(cmark_node* node) {
     const cmark_node_type type = cmark_node_get_type(node);
@@ -469,18 +513,14 @@ class Reader {
     if (paragraph_) note(*paragraph_, node, type);
     switch (type) {
       case CMARK_NODE_HEADING:
-        blocks_without_definitions_.emplace_back(cmark_node_get_start_line(node),
-                                                 cmark_node_get_end_line(node));
         heading(node);
         break;
       case CMARK_NODE_HTML_BLOCK:
-        blocks_without_definitions_.emplace_back(cmark_node_get_start_line(node),
-                                                 cmark_node_get_end_line(node));
+        blocks_without_definitions_.emplace_back(start_line(node), end_line(node));
         html(node, Placement{});
         break;
       case CMARK_NODE_CODE_BLOCK:
-        blocks_without_definitions_.emplace_back(cmark_node_get_start_line(node),
-                                                 cmark_node_get_end_line(node));
+        blocks_without_definitions_.emplace_back(start_line(node), end_line(node));
         break;
       case CMARK_NODE_LINK:
       case CMARK_NODE_IMAGE:
@@ -504,21 +544,20 @@ class Reader {
       default:
         // The table extension's node type has no public name.
         if (std::string_view(cmark_node_get_type_string(node)) == "table") {
-          blocks_without_definitions_.emplace_back(cmark_node_get_start_line(node),
-                                                   cmark_node_get_end_line(node));
+          blocks_without_definitions_.emplace_back(start_line(node), end_line(node));
         }
         break;
     }
   }
 
-  static void note(Paragraph& paragraph, cmark_node* node, cmark_node_type type) {
+  void note(Paragraph& paragraph, cmark_node* node, cmark_node_type type) const {
     if (type == CMARK_NODE_SOFTBREAK || type == CMARK_NODE_LINEBREAK) {
       if (!paragraph.line_starts_next) paragraph.line_before_break = paragraph.reported_line;
       paragraph.line_starts_next = true;
       if (type == CMARK_NODE_LINEBREAK) ++paragraph.hard_breaks;
       return;
     }
-    const int line = cmark_node_get_start_line(node);
+    const int line = start_line(node);
     if (line < 1) return;
     if (paragraph.hard_breaks > 0 && line == paragraph.line_before_break) {
       paragraph.missed_lines += paragraph.hard_breaks;
@@ -526,8 +565,8 @@ class Reader {
     paragraph.hard_breaks = 0;
     paragraph.reported_line = line;
     if (paragraph.missed_lines > 0) paragraph.missed_at.emplace(node, paragraph.missed_lines);
-    paragraph.last_inline_line = std::max(paragraph.last_inline_line,
-                                          cmark_node_get_end_line(node) + paragraph.missed_lines);
+    paragraph.last_inline_line =
+        std::max(paragraph.last_inline_line, end_line(node) + paragraph.missed_lines);
     if (paragraph.line_starts_next) {
       paragraph.first_columns.try_emplace(
           line + paragraph.missed_lines,
@@ -540,11 +579,10 @@ class Reader {
     Paragraph paragraph = std::move(*paragraph_);
     paragraph_.reset();
     Placement placement;
-    placement.first_line = cmark_node_get_start_line(paragraph.node);
+    placement.first_line = start_line(paragraph.node);
     placement.missed_lines = std::move(paragraph.missed_at);
     if (paragraph.last_inline_line > 0 && opens_with_definition(placement.first_line)) {
-      placement.line_shift =
-          std::max(0, cmark_node_get_end_line(paragraph.node) - paragraph.last_inline_line);
+      placement.line_shift = std::max(0, end_line(paragraph.node) - paragraph.last_inline_line);
     }
     for (const auto& [line, first] : paragraph.first_columns) {
       const auto [column, is_code] = first;
@@ -560,7 +598,7 @@ class Reader {
       placement.column_shift.emplace(line, static_cast<int>(content - start) + 1 - column);
     }
     blocks_without_definitions_.emplace_back(placement.line(placement.first_line),
-                                             cmark_node_get_end_line(paragraph.node));
+                                             end_line(paragraph.node));
     for (cmark_node* node : paragraph.placed) place(node, placement);
   }
 
@@ -597,26 +635,41 @@ class Reader {
     int column;
   };
 
-  static Position start_of(cmark_node* node, const Placement& placement) {
-    const int line = placement.counted(node, cmark_node_get_start_line(node));
+  Position start_of(cmark_node* node, const Placement& placement) const {
+    const int line = placement.counted(node, start_line(node));
     return {placement.line(line), placement.column(line, cmark_node_get_start_column(node))};
   }
 
-  static Position end_of(cmark_node* node, const Placement& placement) {
-    const int line = placement.counted(node, cmark_node_get_end_line(node));
+  Position end_of(cmark_node* node, const Placement& placement) const {
+    const int line = placement.counted(node, end_line(node));
     return {placement.line(line), placement.column(line, cmark_node_get_end_column(node))};
   }
 
+  // A heading's id depends on the headings before it: it is given in `finish`.
   void heading(cmark_node* node) {
     std::string text;
     append_rendered_text(node, text);
-    std::string id = ids_.next(text);
-    if (const auto custom = custom_id(text)) found_.custom_ids.try_emplace(lowercase(*custom), id);
-    if (!id.empty()) found_.anchors.insert(id);
-    const int line = cmark_node_get_start_line(node);
-    const int end_line = cmark_node_get_end_line(node);
-    found_.headings.push_back({cmark_node_get_heading_level(node), std::move(text), std::move(id),
-                               line, end_line, heading_text_span(line, end_line)});
+    const int first = start_line(node);
+    const int last = heading_end_line(first, end_line(node));
+    blocks_without_definitions_.emplace_back(first, last);
+    found_.headings.push_back({cmark_node_get_heading_level(node), std::move(text), "", first, last,
+                               heading_text_span(first, last)});
+  }
+
+  // A heading's last line: an ATX heading's own, a setext heading's underline. cmark-gfm may
+  // count the line after the underline as the heading's.
+  int heading_end_line(int line, int end_line) const {
+    if (line < 1 || end_line <= line || static_cast<std::size_t>(end_line) > starts_.size()) {
+      return line;
+    }
+    const std::size_t start = starts_[static_cast<std::size_t>(line) - 1];
+    const std::size_t first_end = line_end(source_, start);
+    const std::size_t content = skip_container_markers(source_, start, first_end);
+    if (content < first_end && source_[content] == '#') return line;
+    for (int underline = end_line; underline > line; --underline) {
+      if (is_setext_underline(underline)) return underline;
+    }
+    return end_line;
   }
 
   bool is_setext_underline(int line) const {
@@ -631,7 +684,7 @@ class Reader {
   }
 
   // Where a heading's text stands: an ATX heading's line without its opening "#"s and its
-  // closing sequence, or a setext heading's lines before its underline.
+  // closing sequence, or a setext heading's lines before its underline, `end_line`.
   Span heading_text_span(int line, int end_line) const {
     if (line < 1 || end_line < line || static_cast<std::size_t>(end_line) > starts_.size()) {
       return {};
@@ -646,15 +699,8 @@ class Reader {
       std::size_t closing = end;
       while (closing > begin && source_[closing - 1] == '#') --closing;
       if (closing == begin || is_blank(source_[closing - 1])) end = closing;
-    } else {
-      // cmark-gfm may count the line after the underline as the heading's: the text ends
-      // before the last underline line.
-      for (int underline = end_line; underline > line; --underline) {
-        if (is_setext_underline(underline)) {
-          end = line_end(source_, starts_[static_cast<std::size_t>(underline) - 2]);
-          break;
-        }
-      }
+    } else if (end_line > line) {
+      end = line_end(source_, starts_[static_cast<std::size_t>(end_line) - 2]);
     }
     while (begin < end && is_blank(source_[begin])) ++begin;
     while (end > begin && is_blank(source_[end - 1])) --end;
@@ -665,14 +711,11 @@ class Reader {
   // "fnref-x-2", ...), which the tree does not keep (a reference's literal is the note's
   // number): it is read from "[^label]".
   void footnote(cmark_node* node, const Placement& placement) {
-    const auto span = source_span(start_of(node, placement), end_of(node, placement));
+    const Position start = start_of(node, placement);
+    const auto span = source_span(start, end_of(node, placement));
     if (!span || !span->starts_with("[^") || !span->ends_with(']')) return;
-    const std::string label(span->substr(2, span->size() - 3));
-    const unsigned seen = ++footnote_references_[label];
-    found_.anchors.insert("fn-" + label);
-    std::string reference = "fnref-" + label;
-    if (seen > 1) reference.append("-").append(std::to_string(seen));
-    found_.anchors.insert(std::move(reference));
+    found_.footnote_references.push_back(
+        {std::string(span->substr(2, span->size() - 3)), start.line});
   }
 
   // The offset of a position in the source; none when it falls outside it.
@@ -697,14 +740,13 @@ class Reader {
     const std::string destination = cmark_node_get_url(node) ? cmark_node_get_url(node) : "";
     // The autolink extension makes its links of bare URLs and e-mail addresses after parsing,
     // with no position: they all leave the repository.
-    if (cmark_node_get_start_line(node) < 1) return;
+    if (start_line(node) < 1) return;
     Position start = start_of(node, placement);
     // cmark-gfm gives a link whose text spans lines the line where it ends, with the column
     // where it starts; its text starts on the right line.
     if (cmark_node* text = cmark_node_first_child(node)) {
-      const int text_line = placement.counted(text, cmark_node_get_start_line(text));
-      if (cmark_node_get_start_line(text) > 0 &&
-          text_line < placement.counted(node, cmark_node_get_start_line(node))) {
+      const int text_line = placement.counted(text, start_line(text));
+      if (start_line(text) > 0 && text_line < placement.counted(node, start_line(node))) {
         start = {placement.line(text_line),
                  placement.column(text_line, cmark_node_get_start_column(node))};
       }
@@ -721,8 +763,8 @@ class Reader {
           return;
         }
       } else if (const auto label = reference_label(*span)) {
-        references_.push_back({normalize_label(*label), destination, start.line, start.column,
-                               span_of(*label), span_of(*span)});
+        found_.references.push_back({normalize_label(*label), destination, span_of(*label),
+                                     span_of(*span), start.line, start.column});
         return;
       }
     }
@@ -741,58 +783,26 @@ class Reader {
   std::size_t text_end(cmark_node* link, Position start, const Placement& placement,
                        std::string_view span) const {
     cmark_node* last = cmark_node_last_child(link);
-    if (!last || cmark_node_get_end_line(last) < 1) return 0;
+    if (!last || end_line(last) < 1) return 0;
     const auto text = source_span(start, end_of(last, placement));
     if (!text || text->data() != span.data() || text->size() > span.size()) return 0;
     return text->size();
   }
 
-  // A reference link is reported at its definition, once however often it is used; a
-  // definition that no link uses is kept, not rendered.
-  void resolve_references() {
-    const std::vector<FoundDefinition> found =
-        find_definitions(source_, starts_, blocks_without_definitions_);
-    std::unordered_map<std::string, std::size_t> first_of_label;
-    for (const FoundDefinition& definition : found) {
-      std::string label = normalize_label(definition.label);
-      first_of_label.try_emplace(label, found_.definitions.size());
+  // The link reference definitions of the lines read.
+  void read_definitions() {
+    const int last = std::min<int>(last_line_, static_cast<int>(starts_.size()));
+    for (const FoundDefinition& definition :
+         find_definitions(source_, starts_, blocks_without_definitions_, first_line_, last)) {
       const std::size_t open = starts_[static_cast<std::size_t>(definition.line) - 1] +
                                static_cast<std::size_t>(definition.column) - 1;
-      found_.definitions.push_back(
-          {std::move(label), span_of(definition.label), {open, definition.end}, definition.line});
+      found_.definitions.push_back({normalize_label(definition.label),
+                                    span_of(definition.label),
+                                    {open, definition.end},
+                                    span_of(definition.written),
+                                    definition.line,
+                                    definition.column});
     }
-    std::vector<bool> rendered(found.size());
-    for (ReferenceUse& use : references_) {
-      found_.references.push_back({use.label, use.label_span, use.span});
-      if (use.destination.empty() || is_external(use.destination)) continue;
-      const auto definition = first_of_label.find(use.label);
-      if (definition == first_of_label.end()) {
-        found_.links.push_back(link_at(use.destination, use.destination, use.line, use.column));
-      } else if (!rendered[definition->second]) {
-        rendered[definition->second] = true;
-        found_.links.push_back(definition_link(found[definition->second],
-                                               found_.definitions[definition->second],
-                                               std::move(use.destination), true));
-      }
-    }
-    for (std::size_t index = 0; index < found.size(); ++index) {
-      std::string destination = unescaped(found[index].written);
-      if (rendered[index] || destination.empty() || is_external(destination)) continue;
-      found_.links.push_back(
-          definition_link(found[index], found_.definitions[index], std::move(destination), false));
-    }
-  }
-
-  Link definition_link(const FoundDefinition& found, const Definition& definition,
-                       std::string destination, bool rendered) const {
-    return {std::move(destination),
-            std::string(found.written),
-            found.line,
-            found.column,
-            LinkSyntax::markdown,
-            definition.span,
-            span_of(found.written),
-            rendered};
   }
 
   void html(cmark_node* node, const Placement& placement) {
@@ -800,7 +810,7 @@ class Reader {
     const Position start = start_of(node, placement);
     for_each_attribute(text, [&](const HtmlAttribute& attribute) {
       if (attribute.name == "id" || attribute.name == "name") {
-        if (!attribute.value.empty()) found_.anchors.insert(attribute.value);
+        if (!attribute.value.empty()) found_.html_anchors.push_back({attribute.value, start.line});
         return;
       }
       if (attribute.name != "href" && attribute.name != "src") return;
@@ -880,17 +890,97 @@ class Reader {
     }
   }
 
-  std::string text_;  // the source with its front matter blanked
   std::string_view source_;
-  std::vector<std::size_t> starts_;
+  const std::vector<std::size_t>& starts_;
   bool wiki_;
-  HeadingIds ids_;
+  int first_line_;
+  int last_line_;
+  int line_offset_;  // from cmark-gfm's lines to the text's
   LinkedDocument found_;
+  std::size_t counted_[5] = {};  // of each kind of item, those given to a block
   std::optional<Paragraph> paragraph_;
-  std::unordered_map<std::string, unsigned> footnote_references_;  // by label
-  std::vector<ReferenceUse> references_;
   Lines blocks_without_definitions_;
 };
+
+// What depends on the whole document: heading ids (repeats numbered), the anchors, the ids
+// "{#id}" attributes stand for, and the links of reference links, placed at their definitions.
+void finish(LinkedDocument& read, std::string_view source) {
+  HeadingIds ids;
+  read.anchors.clear();
+  read.custom_ids.clear();
+  for (Heading& heading : read.headings) {
+    heading.id = ids.next(heading.text);
+    if (const auto custom = custom_id(heading.text)) {
+      read.custom_ids.try_emplace(lowercase(*custom), heading.id);
+    }
+    if (!heading.id.empty()) read.anchors.insert(heading.id);
+  }
+  for (const Anchor& anchor : read.html_anchors) read.anchors.insert(anchor.name);
+  // A note and its references have ids made of its label: "fn-x"; "fnref-x", "fnref-x-2", ...
+  std::unordered_map<std::string, unsigned> seen;
+  for (const Anchor& reference : read.footnote_references) {
+    const unsigned count = ++seen[reference.name];
+    read.anchors.insert("fn-" + reference.name);
+    std::string id = "fnref-" + reference.name;
+    if (count > 1) id.append("-").append(std::to_string(count));
+    read.anchors.insert(std::move(id));
+  }
+
+  read.links.resize(read.text_links);
+  std::unordered_map<std::string, std::size_t> first_of_label;
+  for (std::size_t index = 0; index < read.definitions.size(); ++index) {
+    first_of_label.try_emplace(read.definitions[index].label, index);
+  }
+  const auto definition_link = [&](const Definition& definition, std::string destination,
+                                   bool rendered) {
+    const Span written = definition.written_span;
+    Link link = link_at(std::move(destination),
+                        std::string(source.substr(written.begin, written.end - written.begin)),
+                        definition.line, definition.column);
+    link.span = definition.span;
+    link.written_span = written;
+    link.rendered = rendered;
+    return link;
+  };
+  std::vector<bool> rendered(read.definitions.size());
+  for (const Reference& use : read.references) {
+    if (use.destination.empty() || is_external(use.destination)) continue;
+    const auto definition = first_of_label.find(use.label);
+    if (definition == first_of_label.end()) {
+      read.links.push_back(link_at(use.destination, use.destination, use.line, use.column));
+    } else if (!rendered[definition->second]) {
+      rendered[definition->second] = true;
+      read.links.push_back(
+          definition_link(read.definitions[definition->second], use.destination, true));
+    }
+  }
+  for (std::size_t index = 0; index < read.definitions.size(); ++index) {
+    const Span written = read.definitions[index].written_span;
+    std::string destination = unescaped(source.substr(written.begin, written.end - written.begin));
+    if (rendered[index] || destination.empty() || is_external(destination)) continue;
+    read.links.push_back(definition_link(read.definitions[index], std::move(destination), false));
+  }
+}
+
+// Whether every top-level block has its place, in order: where the table extension left one
+// without, what a change of the text moves cannot be told.
+bool blocks_placed(const std::vector<Block>& blocks) {
+  return std::all_of(blocks.begin(), blocks.end(), [](const Block& b) { return b.line >= 1; }) &&
+         std::is_sorted(blocks.begin(), blocks.end(),
+                        [](const Block& a, const Block& b) { return a.line < b.line; });
+}
+
+// A whole text, blanked of its front matter, read.
+LinkedDocument read_text(std::string text, bool wiki) {
+  const bool tables = !has_overwide_row(text);
+  neutralize_unended_markup(text);
+  const std::vector<std::size_t> starts = line_starts(text);
+  LinkedDocument read =
+      Reader(text, starts, wiki, 1, static_cast<int>(starts.size()), 0).read(text, tables);
+  read.text_links = read.links.size();
+  finish(read, text);
+  return read;
+}
 
 }  // namespace
 
@@ -928,7 +1018,191 @@ bool is_external(std::string_view destination) {
 }
 
 LinkedDocument read_links(std::string_view markdown, bool wiki) {
-  return Reader(markdown, wiki).read();
+  return read_text(without_front_matter(markdown), wiki);
+}
+
+LinkedDocument reread(const LinkedDocument& old, std::string_view old_markdown,
+                      std::string_view markdown, bool wiki) {
+  // What changed: the bytes between the texts' common start and common end.
+  const std::size_t shorter = std::min(old_markdown.size(), markdown.size());
+  const std::size_t prefix = static_cast<std::size_t>(
+      std::mismatch(old_markdown.begin(),
+                    old_markdown.begin() + static_cast<std::ptrdiff_t>(shorter), markdown.begin())
+          .first -
+      old_markdown.begin());
+  std::size_t suffix = 0;
+  while (suffix < shorter - prefix &&
+         old_markdown[old_markdown.size() - 1 - suffix] == markdown[markdown.size() - 1 - suffix]) {
+    ++suffix;
+  }
+  if (prefix == old_markdown.size() && prefix == markdown.size()) return old;
+  std::string text = without_front_matter(markdown);
+  // Notes are kept only when referenced, anywhere, and gather at the document's end; what
+  // blanking, tables or neutralising decide is decided for the whole text: such texts are
+  // read whole.
+  const auto whole = [&] { return read_text(std::move(text), wiki); };
+  const auto has_notes = [](std::string_view markdown) {
+    return markdown.find("[^") != std::string_view::npos;
+  };
+  if (old.blocks.empty() || !blocks_placed(old.blocks) || has_notes(old_markdown) ||
+      has_notes(markdown) ||
+      prefix < std::max(front_matter_end(old_markdown), front_matter_end(markdown)) ||
+      has_overwide_row(text) == old.tables || neutralize_unended_markup(text)) {
+    return whole();
+  }
+  const std::vector<std::size_t> old_starts = line_starts(old_markdown);
+  const std::vector<std::size_t> starts = line_starts(text);
+  const auto line_of = [](const std::vector<std::size_t>& in, std::size_t offset) {
+    return static_cast<std::int64_t>(std::upper_bound(in.begin(), in.end(), offset) - in.begin());
+  };
+  const std::int64_t first_changed = line_of(old_starts, prefix);
+  const std::int64_t last_changed = line_of(old_starts, old_markdown.size() - suffix);
+
+  // The part read again runs from a block before the change to the block after it (the
+  // sentinel), which must read as it did: parsing after it then goes as before. Without a block
+  // after the sentinel, it runs to the end.
+  const std::vector<Block>& blocks = old.blocks;
+  // A block runs to the next one's start (cmark-gfm may end one before its start).
+  const auto first = static_cast<std::size_t>(
+      std::upper_bound(blocks.begin() + 1, blocks.end(), first_changed,
+                       [](std::int64_t line, const Block& block) { return line < block.line; }) -
+      blocks.begin() - 1);
+  const std::size_t start = first == 0 ? 0 : first - 1;
+  const auto sentinel = static_cast<std::size_t>(
+      std::upper_bound(blocks.begin(), blocks.end(), last_changed,
+                       [](std::int64_t line, const Block& block) { return line < block.line; }) -
+      blocks.begin());
+  const bool to_end = sentinel + 1 >= blocks.size();
+  const std::int64_t first_line = start == 0 ? 1 : blocks[start].line;
+  const std::size_t begin = old_starts[static_cast<std::size_t>(first_line) - 1];
+  const std::size_t old_end =
+      to_end ? old_markdown.size()
+             : old_starts[static_cast<std::size_t>(blocks[sentinel + 1].line) - 1];
+  const std::size_t end = old_end + markdown.size() - old_markdown.size();
+  const std::int64_t old_last_line =
+      to_end ? static_cast<std::int64_t>(old_starts.size()) : blocks[sentinel + 1].line - 1;
+  const std::int64_t shift =
+      static_cast<std::int64_t>(starts.size()) - static_cast<std::int64_t>(old_starts.size());
+  const std::int64_t last_line = old_last_line + shift;
+
+  // Definitions resolve reference links anywhere: one in the part is read whole; those outside
+  // it are given before it, in lines of their own. A line that only looks like one, where
+  // GitHub's parser might yet take it for one, is read whole too.
+  if (find_definitions(text, starts, {}, 1, static_cast<std::int64_t>(starts.size())).size() !=
+      old.definitions.size()) {
+    return whole();
+  }
+  std::string parsed;
+  int definition_lines = 0;
+  for (const Definition& definition : old.definitions) {
+    if (definition.span.end > begin && definition.span.begin < old_end) return whole();
+    const Span label = definition.label_span;
+    const Span written = definition.written_span;
+    const std::string_view label_text = old_markdown.substr(label.begin, label.end - label.begin);
+    if (label_text.find_first_of("\r\n") != std::string_view::npos) return whole();
+    const bool bracketed = written.begin > 0 && old_markdown[written.begin - 1] == '<';
+    parsed.append("[").append(label_text).append("]: ").append(bracketed ? "<" : "");
+    parsed.append(old_markdown.substr(written.begin, written.end - written.begin));
+    parsed.append(bracketed ? ">\n" : "\n");
+    ++definition_lines;
+  }
+  if (definition_lines > 0) {
+    parsed += '\n';
+    ++definition_lines;
+  }
+  parsed.append(text, begin, end - begin);
+  LinkedDocument part =
+      Reader(text, starts, wiki, static_cast<int>(first_line), static_cast<int>(last_line),
+             static_cast<int>(first_line) - 1 - definition_lines)
+          .read(parsed, old.tables);
+  const auto sentinel_read = [&] {
+    const Block& before = blocks[sentinel];
+    return !part.blocks.empty() &&
+           part.blocks.back() ==
+               Block{before.line + shift, before.column, before.end_line + shift, before.type};
+  };
+  if (!part.definitions.empty() || !blocks_placed(part.blocks) ||
+      (!part.blocks.empty() && part.blocks.front().line < first_line) ||
+      (!to_end && !sentinel_read())) {
+    return whole();
+  }
+
+  // The reading: what stands before the part as it was, the part, what stands after it moved.
+  const auto bytes = static_cast<std::ptrdiff_t>(markdown.size()) -
+                     static_cast<std::ptrdiff_t>(old_markdown.size());
+  // A span not known stays one; an empty one that is known moves.
+  const auto moved = [&](Span span) {
+    return span == Span{}
+               ? span
+               : Span{static_cast<std::size_t>(static_cast<std::ptrdiff_t>(span.begin) + bytes),
+                      static_cast<std::size_t>(static_cast<std::ptrdiff_t>(span.end) + bytes)};
+  };
+  const auto moved_line = [&](std::int64_t line) { return line < 1 ? line : line + shift; };
+  // The items of the blocks before the part, the part's, and those of the blocks after it, moved.
+  const std::size_t end_block = to_end ? blocks.size() : sentinel + 1;
+  const auto merge = [&](const auto& items, const auto& inside, std::size_t Block::*count,
+                         auto move) {
+    std::size_t before = 0, replaced = 0;
+    for (std::size_t index = 0; index < end_block; ++index) {
+      (index < start ? before : replaced) += blocks[index].*count;
+    }
+    std::decay_t<decltype(inside)> merged(items.begin(),
+                                          items.begin() + static_cast<std::ptrdiff_t>(before));
+    merged.insert(merged.end(), inside.begin(), inside.end());
+    for (std::size_t index = before + replaced; index < items.size(); ++index) {
+      merged.push_back(move(items[index]));
+    }
+    return merged;
+  };
+  LinkedDocument read;
+  read.tables = old.tables;
+  const std::vector<Link> old_text_links(
+      old.links.begin(), old.links.begin() + static_cast<std::ptrdiff_t>(old.text_links));
+  read.links = merge(old_text_links, part.links, &Block::links, [&](Link l) {
+    l.line = moved_line(l.line);
+    l.span = moved(l.span);
+    l.written_span = moved(l.written_span);
+    return l;
+  });
+  read.text_links = read.links.size();
+  read.references = merge(old.references, part.references, &Block::references, [&](Reference r) {
+    r.line = moved_line(r.line);
+    r.span = moved(r.span);
+    r.label_span = moved(r.label_span);
+    return r;
+  });
+  read.headings = merge(old.headings, part.headings, &Block::headings, [&](Heading h) {
+    h.line = moved_line(h.line);
+    h.end_line = moved_line(h.end_line);
+    h.text_span = moved(h.text_span);
+    return h;
+  });
+  const auto move_anchor = [&](Anchor a) {
+    a.line = moved_line(a.line);
+    return a;
+  };
+  read.html_anchors = merge(old.html_anchors, part.html_anchors, &Block::html_anchors, move_anchor);
+  read.footnote_references = merge(old.footnote_references, part.footnote_references,
+                                   &Block::footnote_references, move_anchor);
+  // Definitions stand outside the part, where the text holds them.
+  for (const Definition& definition : old.definitions) {
+    Definition& kept = read.definitions.emplace_back(definition);
+    if (definition.line < first_line) continue;
+    kept.line += shift;
+    kept.span = moved(kept.span);
+    kept.label_span = moved(kept.label_span);
+    kept.written_span = moved(kept.written_span);
+  }
+  read.blocks.assign(blocks.begin(), blocks.begin() + static_cast<std::ptrdiff_t>(start));
+  read.blocks.insert(read.blocks.end(), part.blocks.begin(), part.blocks.end());
+  for (std::size_t index = end_block; index < blocks.size(); ++index) {
+    Block block = blocks[index];
+    block.line = moved_line(block.line);
+    block.end_line = moved_line(block.end_line);
+    read.blocks.push_back(block);
+  }
+  finish(read, text);
+  return read;
 }
 
 }  // namespace tarnwick::gfm

@@ -42,16 +42,40 @@ struct Definition {
   std::string label;  // normalised: case folded, white space collapsed
   Span label_span;    // the label as written, inside the brackets
   Span span;          // from "[" to the end of the destination
+  Span written_span;  // the destination as written, without angle brackets
   std::int64_t line = 0;
+  std::int64_t column = 0;
   bool operator==(const Definition&) const = default;
 };
 
 // A reference link, "[text][label]", "[label][]" or "[label]", that a definition resolves.
 struct Reference {
-  std::string label;  // normalised
-  Span label_span;    // the label as written, inside its brackets
-  Span span;          // the whole link
+  std::string label;        // normalised
+  std::string destination;  // as rendered: that of the definition GitHub's parser used
+  Span label_span;          // the label as written, inside its brackets
+  Span span;                // the whole link
+  std::int64_t line = 0;
+  std::int64_t column = 0;
   bool operator==(const Reference&) const = default;
+};
+
+// A raw HTML id or name, or a footnote reference's label, and its line.
+struct Anchor {
+  std::string name;
+  std::int64_t line = 0;
+  bool operator==(const Anchor&) const = default;
+};
+
+// A block of the document's top level, as GitHub's parser closed it, and how many of the
+// document's links of the text, references, headings, HTML anchors and footnote references
+// stand in it.
+struct Block {
+  std::int64_t line = 0;  // 0 for one the table extension left without a place
+  std::int64_t column = 0;
+  std::int64_t end_line = 0;
+  int type = 0;
+  std::size_t links = 0, references = 0, headings = 0, html_anchors = 0, footnote_references = 0;
+  bool operator==(const Block&) const = default;
 };
 
 struct Heading {
@@ -65,7 +89,9 @@ struct Heading {
 };
 
 struct LinkedDocument {
-  // In document order per kind of link; a definition used by several reference links once.
+  // The links of the text in document order, then those of reference links: a definition
+  // once however many links use it, in the order of their first use, and last the definitions
+  // no link uses.
   std::vector<Link> links;
   std::vector<Definition> definitions;  // in document order; the first of a label counts
   std::vector<Reference> references;    // in document order
@@ -74,6 +100,14 @@ struct LinkedDocument {
   std::unordered_set<std::string> anchors;
   // A "{#id}" written at the end of a heading, lowercased, and the id the heading really has.
   std::unordered_map<std::string, std::string> custom_ids;
+
+  // What the document's anchors and reference links are made of, kept so that an edited text
+  // can be read again a part at a time.
+  std::size_t text_links = 0;  // how many of `links` stand in the text, not in definitions
+  std::vector<Anchor> html_anchors;
+  std::vector<Anchor> footnote_references;  // the labels of those that resolved, in order
+  std::vector<Block> blocks;
+  bool tables = true;  // read with the table extension: no row is too wide for it
   bool operator==(const LinkedDocument&) const = default;
 };
 
@@ -90,6 +124,11 @@ LinkedDocument read_links(std::string_view markdown, bool wiki);
 // lowercased (a browser finds either), and for a wiki link, which names a heading by its text,
 // that text's id.
 std::vector<std::string> anchor_forms(std::string_view fragment, LinkSyntax syntax);
+
+// Reads an edited document again, as read_links reads it: only the top-level blocks around
+// what changed between the texts when that gives the same reading, else the whole text.
+LinkedDocument reread(const LinkedDocument& old, std::string_view old_markdown,
+                      std::string_view markdown, bool wiki);
 
 // Whether a link leaves the repository by its form: a scheme ("https:", "mailto:") or a host
 // ("//example.com").

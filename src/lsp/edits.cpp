@@ -44,7 +44,8 @@ std::vector<TextEdit> rename_heading(const repo::Workspace& workspace, const std
   }
   std::string renamed = document->text;
   renamed.replace(span.begin, span.end - span.begin, text);
-  const repo::SharedDocument after = repo::read_document(std::move(renamed), workspace.options());
+  const repo::SharedDocument after =
+      repo::reread_document(*document, std::move(renamed), workspace.options());
   const std::vector<gfm::Heading>& old_headings = document->read.headings;
   const std::vector<gfm::Heading>& new_headings = after->read.headings;
   if (new_headings.size() != old_headings.size() ||

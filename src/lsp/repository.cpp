@@ -284,10 +284,13 @@ struct RepositoryFeature::State {
     Reading& reading = readings[document.uri];
     if (reading.in_flight) return;  // read again when that read ends
     reading.in_flight = true;
+    // The document as the workspace last read it: most edits read only a part of it again.
     session.run_in_background([this, uri = document.uri, version = document.version,
                                text = document.text, root = folder->root, load = folder->load, path,
+                               before = folder->workspace.shared_document(path),
                                options = repo::WorkspaceOptions{.wiki = settings.wiki}] {
-      repo::SharedDocument fresh = repo::read_document(text->bytes(), options);
+      repo::SharedDocument fresh = before ? repo::reread_document(*before, text->bytes(), options)
+                                          : repo::read_document(text->bytes(), options);
       session.post([this, uri, version, root, load, path, fresh = std::move(fresh)] {
         Reading& reading = readings[uri];
         reading.in_flight = false;

@@ -48,6 +48,14 @@ SharedDocument read_document(std::string text, const WorkspaceOptions& options) 
   return document;
 }
 
+SharedDocument reread_document(const Document& old, std::string text,
+                               const WorkspaceOptions& options) {
+  auto document = std::make_shared<Document>();
+  document->read = gfm::reread(old.read, old.text, text, options.wiki);
+  document->text = std::move(text);
+  return document;
+}
+
 Workspace Workspace::load(const std::filesystem::path& root, const Tree& tree,
                           const std::vector<std::string>& sources, WorkspaceOptions options,
                           unsigned jobs, std::vector<ReadError>& errors) {

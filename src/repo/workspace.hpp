@@ -34,6 +34,10 @@ using SharedDocument = std::shared_ptr<const Document>;
 
 // Reads a document's text as GitHub renders it.
 SharedDocument read_document(std::string text, const WorkspaceOptions& options);
+// Reads the new text of an edited document, only the part around what changed when that reads
+// the same.
+SharedDocument reread_document(const Document& old, std::string text,
+                               const WorkspaceOptions& options);
 
 class Workspace {
  public:
