@@ -154,7 +154,7 @@ std::string edited(const std::string& text, std::mt19937& random, bool global) {
   };
   std::string changed = text;
   const std::size_t where = at(text.size());
-  switch (std::uniform_int_distribution<int>(0, 3)(random)) {
+  switch (std::uniform_int_distribution<int>(0, 4)(random)) {
     case 0: {
       // at a line start
       const std::size_t line = where == 0 ? 0 : text.rfind('\n', where - 1) + 1;
@@ -171,8 +171,11 @@ std::string edited(const std::string& text, std::mt19937& random, bool global) {
       changed.insert(where, typed);
       break;
     }
-    default:
+    case 3:
       changed.insert(where, random_snippets(random, 1, global));
+      break;
+    default:  // at the start, where front matter stands
+      changed.insert(0, at(1) == 0 ? "---\n" : random_snippets(random, 1, global));
       break;
   }
   return changed;

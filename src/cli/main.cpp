@@ -1,6 +1,9 @@
 // tarnwick-md: the Markdown engine of tarnwick on the command line.
 #include <unistd.h>
 #include <CLI/CLI.hpp>
+#ifdef TARNWICK_MIMALLOC
+#include <mimalloc.h>
+#endif
 
 #include <csignal>
 #include <filesystem>
@@ -308,6 +311,12 @@ int main(int argc, char** argv) {
   if (lsp_command->parsed()) {
     // A client that went away must end the session through a failed write, not a signal.
     std::signal(SIGPIPE, SIG_IGN);
+#ifdef TARNWICK_MIMALLOC
+    // A server reads a document again at every keystroke: memory handed back to the system
+    // between two of them is faulted in again at the next, which took most of the time.
+    mi_option_disable(mi_option_allow_decommit);
+    mi_option_disable(mi_option_page_reset);
+#endif
     return tarnwick::lsp::serve(STDIN_FILENO, STDOUT_FILENO);
   }
   int status = 0;

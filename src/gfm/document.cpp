@@ -1045,18 +1045,30 @@ LinkedDocument reread(const LinkedDocument& old, std::string_view old_markdown,
     return markdown.find("[^") != std::string_view::npos;
   };
   if (old.blocks.empty() || !blocks_placed(old.blocks) || has_notes(old_markdown) ||
-      has_notes(markdown) ||
-      prefix < std::max(front_matter_end(old_markdown), front_matter_end(markdown)) ||
-      has_overwide_row(text) == old.tables || neutralize_unended_markup(text)) {
+      has_notes(markdown) || has_overwide_row(text) == old.tables ||
+      neutralize_unended_markup(text)) {
     return whole();
+  }
+  // What changed, in the old text. An edit of the front matter changes what is blanked: all of
+  // it, old and new, counts as changed.
+  std::size_t changed_begin = prefix;
+  std::size_t changed_end = old_markdown.size() - suffix;
+  const std::size_t old_front = front_matter_end(old_markdown);
+  const std::size_t front = front_matter_end(markdown);
+  if (prefix < std::max(old_front, front)) {
+    changed_begin = 0;
+    changed_end = std::max(changed_end, old_front);
+    if (front > markdown.size() - suffix) {
+      changed_end = std::max(changed_end, front + old_markdown.size() - markdown.size());
+    }
   }
   const std::vector<std::size_t> old_starts = line_starts(old_markdown);
   const std::vector<std::size_t> starts = line_starts(text);
   const auto line_of = [](const std::vector<std::size_t>& in, std::size_t offset) {
     return static_cast<std::int64_t>(std::upper_bound(in.begin(), in.end(), offset) - in.begin());
   };
-  const std::int64_t first_changed = line_of(old_starts, prefix);
-  const std::int64_t last_changed = line_of(old_starts, old_markdown.size() - suffix);
+  const std::int64_t first_changed = line_of(old_starts, changed_begin);
+  const std::int64_t last_changed = line_of(old_starts, changed_end);
 
   // The part read again runs from a block before the change to the block after it (the
   // sentinel), which must read as it did: parsing after it then goes as before. Without a block
@@ -1088,8 +1100,12 @@ LinkedDocument reread(const LinkedDocument& old, std::string_view old_markdown,
   // Definitions resolve reference links anywhere: one in the part is read whole; those outside
   // it are given before it, in lines of their own. A line that only looks like one, where
   // GitHub's parser might yet take it for one, is read whole too.
-  if (find_definitions(text, starts, {}, 1, static_cast<std::int64_t>(starts.size())).size() !=
-      old.definitions.size()) {
+  const auto looks_like_definitions = [](std::string_view source,
+                                         const std::vector<std::size_t>& lines) {
+    return find_definitions(source, lines, {}, 1, static_cast<std::int64_t>(lines.size())).size();
+  };
+  if (looks_like_definitions(text, starts) != old.definitions.size() ||
+      looks_like_definitions(old_markdown, old_starts) != old.definitions.size()) {
     return whole();
   }
   std::string parsed;

@@ -432,20 +432,24 @@ struct RepositoryFeature::State {
   // document whose problems it changed: those the change breaks or mends, open or not.
   template <typename Apply>
   void change(Folder& folder, const std::string& path, Apply apply) {
-    // What the documents that may be affected showed before.
+    // What the documents that may be affected showed before: those depending on the path, on
+    // the folders a new file brings, and on what a folder holds.
     std::set<std::string> before_change{path};
-    for (std::string_view at = path; !at.empty(); at = repo::parent_of(at)) {
-      for (std::string& dependent : folder.workspace.documents_depending_on(at)) {
+    const auto add_dependents = [&](std::string_view of) {
+      for (std::string& dependent : folder.workspace.documents_depending_on(of)) {
         before_change.insert(std::move(dependent));
       }
+    };
+    add_dependents(path);
+    for (std::string_view at = repo::parent_of(path);
+         !at.empty() && !folder.workspace.has_directory(at); at = repo::parent_of(at)) {
+      add_dependents(at);
     }
     if (folder.workspace.has_directory(path)) {
       for (const std::string& file : folder.workspace.files()) {
         if (!file.starts_with(path + "/")) continue;
         before_change.insert(file);
-        for (std::string& dependent : folder.workspace.documents_depending_on(file)) {
-          before_change.insert(std::move(dependent));
-        }
+        add_dependents(file);
       }
     }
     std::map<std::string, std::vector<check::Problem>> before;
