@@ -1133,9 +1133,11 @@ LinkedDocument reread(const LinkedDocument& old, std::string_view old_markdown,
           .read(parsed, old.tables);
   const auto sentinel_read = [&] {
     const Block& before = blocks[sentinel];
-    return !part.blocks.empty() &&
-           part.blocks.back() ==
-               Block{before.line + shift, before.column, before.end_line + shift, before.type};
+    if (part.blocks.empty()) return false;
+    Block moved = before;
+    moved.line += shift;
+    moved.end_line += shift;
+    return part.blocks.back() == moved;
   };
   if (!part.definitions.empty() || !blocks_placed(part.blocks) ||
       (!part.blocks.empty() && part.blocks.front().line < first_line) ||
