@@ -12,12 +12,14 @@
 #include "check/report.hpp"
 #include "lsp/completion.hpp"
 #include "lsp/edits.hpp"
+#include "lsp/json_text.hpp"
 #include "lsp/outline.hpp"
 #include "lsp/targets.hpp"
 #include "lsp/uri.hpp"
 #include "lsp/workspace_symbols.hpp"
 #include "repo/links.hpp"
 #include "repo/selection.hpp"
+#include "text/json.hpp"
 #include "text/nearest.hpp"
 
 namespace tarnwick::lsp {
@@ -97,10 +99,11 @@ struct Reading {
   std::vector<Task> waiting;  // until the open version is read
 };
 
-// The texts of documents as the workspace read them, with their lines, for positions.
+// The texts of documents as the workspace read them, with their lines, and their URIs: what an
+// answer needs to place what it names.
 class Lines {
  public:
-  explicit Lines(const Folder& folder) : folder_(folder) {}
+  Lines(const Folder& folder, const Session& session) : folder_(folder), session_(session) {}
   const Text* of(const std::string& path) {
     const auto found = texts_.find(path);
     if (found != texts_.end()) return &found->second;
@@ -108,42 +111,54 @@ class Lines {
     if (!document) return nullptr;
     return &texts_.emplace(path, Text(document->text)).first->second;
   }
+  const std::string& uri(const std::string& path) {
+    const auto found = uris_.find(path);
+    if (found != uris_.end()) return found->second;
+    return uris_.emplace(path, session_.uri_of(folder_.root / path)).first->second;
+  }
+  Range range(const std::string& path, gfm::Span span) {
+    const Text* text = of(path);
+    return text ? text->range(span.begin, span.end, session_.encoding()) : Range{};
+  }
 
  private:
   const Folder& folder_;
+  const Session& session_;
   std::unordered_map<std::string, Text> texts_;
+  std::unordered_map<std::string, std::string> uris_;
 };
 
-// The edits grouped by document, as a WorkspaceEdit.
-Json workspace_edit(const std::vector<TextEdit>& edits, Folder& folder, const Session& session) {
+// The edits grouped by document, as the JSON text of a WorkspaceEdit.
+std::string workspace_edit(const std::vector<TextEdit>& edits, Folder& folder,
+                           const Session& session) {
   std::map<std::string, std::vector<const TextEdit*>> by_path;
   for (const TextEdit& edit : edits) by_path[edit.path].push_back(&edit);
-  Lines lines(folder);
+  Lines lines(folder, session);
   const bool document_changes = member(session.client_capabilities(),
                                        {"workspace", "workspaceEdit", "documentChanges"}) == true;
-  Json changes = Json::object();
-  Json document_edits = Json::array();
-  for (const auto& [path, group] : by_path) {
-    const Text* text = lines.of(path);
-    if (!text) continue;
-    Json list = Json::array();
-    for (const TextEdit* edit : group) {
-      list.push_back({{"range", text->range(edit->span.begin, edit->span.end, session.encoding())},
-                      {"newText", edit->text}});
-    }
-    const std::string uri = session.uri_of(folder.root / path);
+  std::string json = document_changes ? R"({"documentChanges":[)" : R"({"changes":{)";
+  for (auto group = by_path.begin(); group != by_path.end(); ++group) {
+    const std::string& uri = lines.uri(group->first);
+    if (group != by_path.begin()) json += ',';
     if (document_changes) {
       const OpenDocument* open = session.document(uri);
-      document_edits.push_back(
-          {{"textDocument",
-            {{"uri", uri}, {"version", open ? Json(open->version) : Json(nullptr)}}},
-           {"edits", std::move(list)}});
+      json += R"({"textDocument":{"uri":)";
+      text::append_json_string(json, uri);
+      json.append(R"(,"version":)")
+          .append(open ? std::to_string(open->version) : "null")
+          .append(R"(},"edits":[)");
     } else {
-      changes[uri] = std::move(list);
+      text::append_json_string(json, uri);
+      json += ":[";
     }
+    for (const TextEdit* edit : group->second) {
+      if (edit != group->second.front()) json += ',';
+      append_text_edit(json, lines.range(group->first, edit->span), edit->text);
+    }
+    json += document_changes ? "]}" : "]";
   }
-  if (document_changes) return {{"documentChanges", std::move(document_edits)}};
-  return {{"changes", std::move(changes)}};
+  json += document_changes ? "]}" : "}}";
+  return json;
 }
 
 }  // namespace
@@ -482,7 +497,7 @@ struct RepositoryFeature::State {
     const bool was_shown = folder.shown.contains(path);
     if (!always && problems.empty() && !was_shown) return;
     const std::string uri = session.uri_of(folder.root / path);
-    Lines lines(folder);
+    Lines lines(folder, session);
     const Text* text = lines.of(path);
     Json diagnostics = Json::array();
     for (const check::Problem& problem : problems) {
@@ -597,10 +612,8 @@ struct RepositoryFeature::State {
     });
   }
 
-  Json location(Folder& folder, Lines& lines, const std::string& path, gfm::Span span) const {
-    const Text* text = lines.of(path);
-    const Range range = text ? text->range(span.begin, span.end, session.encoding()) : Range{};
-    return {{"uri", session.uri_of(folder.root / path)}, {"range", range}};
+  static Json location(Lines& lines, const std::string& path, gfm::Span span) {
+    return {{"uri", lines.uri(path)}, {"range", lines.range(path, span)}};
   }
 
   // Where a link leads, as a location: its heading's text, or the start of the file.
@@ -612,13 +625,13 @@ struct RepositoryFeature::State {
     if (lead->heading) {
       span = folder.workspace.document(lead->path)->read.headings[*lead->heading].text_span;
     }
-    return location(folder, lines, lead->path, span);
+    return location(lines, lead->path, span);
   }
 
   void definition(Folder& folder, const std::string& path, std::size_t offset, Reply reply) {
     const repo::Document& document = *folder.workspace.document(path);
     const AtOffset at = what_is_at(document, offset);
-    Lines lines(folder);
+    Lines lines(folder, session);
     Json locations = Json::array();
     const auto add_lead = [&](const gfm::Link& link) {
       if (auto found = lead_location(folder, lines, path, link)) locations.push_back(*found);
@@ -640,7 +653,7 @@ struct RepositoryFeature::State {
           if (link.span == definition->span) add_lead(link);
         }
         if (at.kind == AtOffset::Kind::reference) {
-          locations.push_back(location(folder, lines, path, definition->span));
+          locations.push_back(location(lines, path, definition->span));
         }
         break;
       }
@@ -693,12 +706,13 @@ struct RepositoryFeature::State {
     } else {
       add(links_to(folder.workspace, path, Fragments::any));
     }
-    Lines lines(folder);
-    Json locations = Json::array();
+    Lines lines(folder, session);
+    std::string locations = "[";
     for (const Place& place : places) {
-      locations.push_back(location(folder, lines, place.path, place.span));
+      if (locations.size() > 1) locations += ',';
+      append_location(locations, lines.uri(place.path), lines.range(place.path, place.span));
     }
-    reply.result(std::move(locations));
+    reply.result_text(locations + "]");
   }
 
   // What a rename at an offset renames: a heading or a reference label, and its text's span.
@@ -735,7 +749,7 @@ struct RepositoryFeature::State {
       reply.error(error_code::REQUEST_FAILED, "only a heading or a reference label can be renamed");
       return;
     }
-    Lines lines(folder);
+    Lines lines(folder, session);
     const Text* text = lines.of(path);
     reply.result(
         {{"range", text->range(renamed->span.begin, renamed->span.end, session.encoding())},
@@ -767,7 +781,7 @@ struct RepositoryFeature::State {
       }
       edits = rename_label(document, path, renamed->label, name);
     }
-    reply.result(workspace_edit(edits, folder, session));
+    reply.result_text(workspace_edit(edits, folder, session));
   }
 
   void will_rename_files(const Json& params, Reply reply) {
@@ -793,7 +807,7 @@ struct RepositoryFeature::State {
         *folder, [this, folder, list = moves.begin()->second, reply = std::move(reply)]() mutable {
           if (reply.cancelled()) return;
           const std::vector<TextEdit> edits = move_files(folder->workspace, list);
-          reply.result(edits.empty() ? Json(nullptr) : workspace_edit(edits, *folder, session));
+          reply.result_text(edits.empty() ? "null" : workspace_edit(edits, *folder, session));
         });
   }
 
@@ -808,19 +822,23 @@ struct RepositoryFeature::State {
       });
       return;
     }
-    Json symbols = Json::array();
+    std::string symbols = "[";
     for (const auto& folder : folders) {
-      Lines lines(*folder);
+      Lines lines(*folder, session);
       for (const SymbolMatch& match : folder->symbols.search(query, MOST_SYMBOLS)) {
         const gfm::Heading& heading =
             folder->workspace.document(match.path)->read.headings[match.heading];
-        symbols.push_back({{"name", match.name},
-                           {"kind", 15},  // String: what editors show for text
-                           {"containerName", match.container},
-                           {"location", location(*folder, lines, match.path, heading.text_span)}});
+        if (symbols.size() > 1) symbols += ',';
+        symbols += R"({"name":)";
+        text::append_json_string(symbols, match.name);
+        symbols += R"(,"kind":15,"containerName":)";  // 15: String, what editors show for text
+        text::append_json_string(symbols, match.container);
+        symbols += R"(,"location":)";
+        append_location(symbols, lines.uri(match.path), lines.range(match.path, heading.text_span));
+        symbols += '}';
       }
     }
-    reply.result(std::move(symbols));
+    reply.result_text(symbols + "]");
   }
 
   void hover(Folder& folder, const std::string& path, std::size_t offset, Reply reply) {
@@ -840,7 +858,7 @@ struct RepositoryFeature::State {
     }
     const std::int64_t line =
         lead->heading ? target->read.headings[*lead->heading].line : std::int64_t{0};
-    Lines lines(folder);
+    Lines lines(folder, session);
     const Text* text = lines.of(path);
     const Json range = text->range(link.span.begin, link.span.end, session.encoding());
     auto shared_reply = std::make_shared<Reply>(std::move(reply));
@@ -887,7 +905,7 @@ struct RepositoryFeature::State {
 
   void document_links(Folder& folder, const std::string& path, Reply reply) {
     const repo::Document& document = *folder.workspace.document(path);
-    Lines lines(folder);
+    Lines lines(folder, session);
     const Text* text = lines.of(path);
     Json links = Json::array();
     for (const gfm::Link& link : document.read.links) {

@@ -38,9 +38,10 @@ struct PendingRequest {
   PendingRequest(Connection& connection, Json id) : connection(connection), id(std::move(id)) {}
 
   // Sends the answer unless one was sent; false when one was.
-  bool answer(const Json& message) {
+  bool answer(const Json& message) { return answer_body(serialize(message)); }
+  bool answer_body(std::string_view body) {
     if (done.exchange(true)) return false;
-    connection.writer.write(message);
+    connection.writer.write_body(body);
     const std::lock_guard lock(connection.mutex);
     const auto entry = connection.in_flight.find(id.dump());
     if (entry != connection.in_flight.end() && entry->second.lock().get() == this) {
@@ -157,6 +158,13 @@ void Reply::drop() {
 
 void Reply::result(Json value) {
   if (pending_) pending_->answer(response_message(pending_->id, std::move(value)));
+}
+
+void Reply::result_text(std::string_view json) {
+  if (!pending_) return;
+  std::string body = R"({"jsonrpc":"2.0","id":)" + serialize(pending_->id) + R"(,"result":)";
+  body.append(json).append("}");
+  pending_->answer_body(body);
 }
 
 void Reply::error(int code, std::string message) {

@@ -93,6 +93,8 @@ class Reply {
   ~Reply();
 
   void result(Json value);
+  // The result as JSON text already written, for answers of thousands of values.
+  void result_text(std::string_view json);
   void error(int code, std::string message);
   // Whether the client cancelled the request (it has been answered so): a job may stop.
   bool cancelled() const;

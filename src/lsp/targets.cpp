@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <set>
+#include <unordered_map>
 
 #include "repo/links.hpp"
 
@@ -51,8 +52,11 @@ std::optional<std::size_t> heading_named(const gfm::LinkedDocument& read, std::s
   return std::nullopt;
 }
 
-std::optional<Lead> lead_of(const repo::Workspace& workspace, const std::string& from,
-                            const gfm::Link& link) {
+namespace {
+
+// Where a link leads, without the heading: the file or folder, and the fragment.
+std::optional<Lead> destination_of(const repo::Workspace& workspace, const std::string& from,
+                                   const gfm::Link& link) {
   Lead lead;
   if (link.syntax == gfm::LinkSyntax::wiki) {
     const std::string_view destination = link.destination;
@@ -84,9 +88,17 @@ std::optional<Lead> lead_of(const repo::Workspace& workspace, const std::string&
       }
     }
   }
-  if (lead.fragment) {
-    if (const repo::Document* target = workspace.document(lead.path)) {
-      lead.heading = heading_named(target->read, *lead.fragment, link.syntax);
+  return lead;
+}
+
+}  // namespace
+
+std::optional<Lead> lead_of(const repo::Workspace& workspace, const std::string& from,
+                            const gfm::Link& link) {
+  std::optional<Lead> lead = destination_of(workspace, from, link);
+  if (lead && lead->fragment) {
+    if (const repo::Document* target = workspace.document(lead->path)) {
+      lead->heading = heading_named(target->read, *lead->fragment, link.syntax);
     }
   }
   return lead;
@@ -107,6 +119,13 @@ gfm::Span link_place(const gfm::Link& link) {
 void for_each_link_to(const repo::Workspace& workspace, const std::string& path,
                       const std::function<void(const std::string& from, const gfm::Link& link,
                                                const Lead& lead)>& visit) {
+  // The target's headings by id, looked up once for the many links a document may have to it.
+  std::unordered_map<std::string_view, std::size_t> headings;
+  if (const repo::Document* target = workspace.document(path)) {
+    for (std::size_t index = 0; index < target->read.headings.size(); ++index) {
+      headings.try_emplace(target->read.headings[index].id, index);
+    }
+  }
   std::set<std::string> candidates{path};
   for (std::string& dependent : workspace.documents_depending_on(path)) {
     candidates.insert(std::move(dependent));
@@ -115,8 +134,17 @@ void for_each_link_to(const repo::Workspace& workspace, const std::string& path,
     const repo::Document* document = workspace.document(candidate);
     if (!document) continue;
     for (const gfm::Link& link : document->read.links) {
-      const std::optional<Lead> lead = lead_of(workspace, candidate, link);
-      if (lead && lead->path == path) visit(candidate, link, *lead);
+      std::optional<Lead> lead = destination_of(workspace, candidate, link);
+      if (!lead || lead->path != path) continue;
+      if (lead->fragment) {
+        for (const std::string& form : gfm::anchor_forms(*lead->fragment, link.syntax)) {
+          const auto found = headings.find(form);
+          if (found != headings.end() && (!lead->heading || found->second < *lead->heading)) {
+            lead->heading = found->second;
+          }
+        }
+      }
+      visit(candidate, link, *lead);
     }
   }
 }

@@ -162,8 +162,12 @@ std::optional<Frame> MessageReader::next() {
 }
 
 bool MessageWriter::write(const Json& message) {
-  const std::string body = serialize(message);
-  const std::string bytes = "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+  return write_body(serialize(message));
+}
+
+bool MessageWriter::write_body(std::string_view body) {
+  std::string bytes = "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n";
+  bytes.append(body);
   const std::lock_guard lock(mutex_);
   for (std::size_t written = 0; !broken_ && written < bytes.size();) {
     const ssize_t n = ::write(output_, bytes.data() + written, bytes.size() - written);

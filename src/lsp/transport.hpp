@@ -71,6 +71,8 @@ class MessageWriter {
   explicit MessageWriter(int output) : output_(output) {}
   // False when the output is closed or broken (the message, and every later one, is dropped).
   bool write(const Json& message);
+  // The same for a message already written as JSON text.
+  bool write_body(std::string_view body);
 
  private:
   int output_;
