@@ -62,6 +62,18 @@ std::uint32_t read_uinteger(const Json& json) {
 
 }  // namespace
 
+std::uint32_t units_between(std::string_view bytes, std::size_t from, std::size_t to,
+                            PositionEncoding encoding) {
+  std::uint32_t units = 0;
+  for (std::size_t pos = from; pos < to;) {
+    const Step step = step_at(bytes, pos, encoding);
+    if (pos + step.bytes > to) break;
+    units += step.units;
+    pos += step.bytes;
+  }
+  return units;
+}
+
 std::string_view encoding_name(PositionEncoding encoding) {
   return encoding == PositionEncoding::utf8 ? "utf-8" : "utf-16";
 }
@@ -133,15 +145,8 @@ Position Text::position(std::size_t offset, PositionEncoding encoding) const {
   const auto line =
       static_cast<std::size_t>(std::upper_bound(line_starts_.begin(), line_starts_.end(), offset) -
                                line_starts_.begin() - 1);
-  const std::size_t target = std::min(offset, line_end(line));
-  std::uint32_t units = 0;
-  for (std::size_t pos = line_starts_[line]; pos < target;) {
-    const Step step = step_at(bytes_, pos, encoding);
-    if (pos + step.bytes > target) break;
-    units += step.units;
-    pos += step.bytes;
-  }
-  return {static_cast<std::uint32_t>(line), units};
+  return {static_cast<std::uint32_t>(line),
+          units_between(bytes_, line_starts_[line], std::min(offset, line_end(line)), encoding)};
 }
 
 Range Text::range(std::size_t begin, std::size_t end, PositionEncoding encoding) const {

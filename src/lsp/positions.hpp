@@ -38,6 +38,11 @@ void from_json(const Json& json, Position& position);
 void to_json(Json& json, const Range& range);
 void from_json(const Json& json, Range& range);
 
+// The characters in the encoding's units of the bytes [from, to) of a line of `bytes` (a
+// code point that `to` cuts counts not).
+std::uint32_t units_between(std::string_view bytes, std::size_t from, std::size_t to,
+                            PositionEncoding encoding);
+
 // A change the client made to a document: `range` replaced by `text`, or the whole text
 // replaced when there is no range.
 struct ContentChange {

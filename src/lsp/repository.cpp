@@ -28,8 +28,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// At most this many workspace symbols are answered, the best.
-constexpr std::size_t MOST_SYMBOLS = 1000;
+// At most this many workspace symbols are answered, the best: more than a person reads.
+constexpr std::size_t MOST_SYMBOLS = 256;
 // Outlines kept for hovers, of the documents last hovered over.
 constexpr std::size_t MOST_OUTLINES = 64;
 
@@ -120,6 +120,28 @@ class Lines {
     const Text* text = of(path);
     return text ? text->range(span.begin, span.end, session_.encoding()) : Range{};
   }
+  // The range of a span whose first line is known, found from the lines it stands on alone:
+  // for answers that name one place in each of many documents.
+  Range range_on(const std::string& path, std::int64_t line, gfm::Span span) const {
+    const repo::Document* document = folder_.workspace.document(path);
+    if (!document || line < 1) return {};
+    const std::string_view text = document->text;
+    const auto position = [&](std::size_t offset, std::int64_t at_line) {
+      const std::size_t before =
+          offset == 0 ? std::string_view::npos : text.find_last_of("\r\n", offset - 1);
+      const std::size_t start = before == std::string_view::npos ? 0 : before + 1;
+      return Position{static_cast<std::uint32_t>(at_line - 1),
+                      units_between(text, start, offset, session_.encoding())};
+    };
+    std::int64_t breaks = 0;  // "\n", "\r\n" or "\r"
+    for (std::size_t at = span.begin; at < span.end; ++at) {
+      if (text[at] == '\n' ||
+          (text[at] == '\r' && (at + 1 == text.size() || text[at + 1] != '\n'))) {
+        ++breaks;
+      }
+    }
+    return {position(span.begin, line), position(span.end, line + breaks)};
+  }
 
  private:
   const Folder& folder_;
@@ -168,6 +190,8 @@ struct RepositoryFeature::State {
 
   Session& session;
   Settings settings;
+  bool initialized = false;      // the session is: settings that come now are the client's
+  bool settings_pulled = false;  // the client's settings came at least once
   std::vector<std::unique_ptr<Folder>> folders;
   std::unordered_map<std::string, Reading> readings;  // by URI
   // Outlines of documents for hovers, each with the document it was made from.
@@ -235,6 +259,7 @@ struct RepositoryFeature::State {
   void load(Folder& folder) {
     folder.ready = false;
     const std::uint64_t load = ++folder.load;
+    if (awaiting_settings()) return;  // read when they come
     const fs::path root = folder.root;
     const repo::WorkspaceOptions options{.wiki = settings.wiki};
     auto progress =
@@ -542,12 +567,21 @@ struct RepositoryFeature::State {
     return diagnostic;
   }
 
+  // Whether the client's settings, which say how folders are read, are still to come: they
+  // are asked for after `initialized`, when the client can be asked.
+  bool awaiting_settings() const {
+    return !settings_pulled &&
+           member(session.client_capabilities(), {"workspace", "configuration"}) == true;
+  }
+
   void settings_changed(const Json& json) {
     std::vector<std::string> complaints;
     Settings changed = settings_of(json, complaints);
     for (const std::string& complaint : complaints) session.log(MessageType::warning, complaint);
-    if (changed == settings) return;
-    const bool reread = changed.wiki != settings.wiki;
+    const bool first = initialized && !settings_pulled;
+    if (initialized) settings_pulled = true;
+    if (changed == settings && !first) return;
+    const bool reread = changed.wiki != settings.wiki || first;
     settings = std::move(changed);
     for (const auto& folder : folders) {
       if (reread) {
@@ -834,7 +868,8 @@ struct RepositoryFeature::State {
         symbols += R"(,"kind":15,"containerName":)";  // 15: String, what editors show for text
         text::append_json_string(symbols, match.container);
         symbols += R"(,"location":)";
-        append_location(symbols, lines.uri(match.path), lines.range(match.path, heading.text_span));
+        append_location(symbols, lines.uri(match.path),
+                        lines.range_on(match.path, heading.line, heading.text_span));
         symbols += '}';
       }
     }
@@ -982,6 +1017,7 @@ RepositoryFeature::RepositoryFeature(Session& session) : state_(std::make_unique
                {{"pattern", {{"glob", "**"}, {"matches", "folder"}}}}}}}}}}}}});
 
   session.on_settings([&state](const Json& settings) { state.settings_changed(settings); });
+  session.on_initialized([&state] { state.initialized = true; });
   session.on_folders([&state](const std::vector<WorkspaceFolder>& added,
                               const std::vector<WorkspaceFolder>& removed) {
     for (const WorkspaceFolder& folder : removed) state.remove_folder(folder.path);

@@ -476,13 +476,11 @@ void Session::initialized() {
 void Session::pull_settings() {
   request("workspace/configuration", {{"items", {{{"section", info_.settings_section}}}}},
           [this](const Json& result, const std::optional<ResponseError>& error) {
-            if (error) {
-              log(MessageType::warning, "the client gave no settings: " + error->message);
-            } else if (result.is_array() && !result.empty() && result[0].is_object()) {
-              apply_settings(result[0]);
-            } else {
-              apply_settings(Json::object());
-            }
+            // Without the client's settings, the initialization options hold.
+            if (error) log(MessageType::warning, "the client gave no settings: " + error->message);
+            const bool given =
+                !error && result.is_array() && !result.empty() && result[0].is_object();
+            apply_settings(given ? result[0] : Json::object());
           });
 }
 
