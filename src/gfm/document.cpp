@@ -377,12 +377,15 @@ bool neutralize_unended_markup(std::string& text) {
 }
 
 // GitHub's rendering of a text: its extensions (tables unless a row is too wide for them),
-// footnotes on.
-Node parse_as_github(std::string_view text, bool tables) {
+// footnotes on; `wiki` when wiki links are read.
+Node parse_as_github(std::string_view text, bool tables, bool wiki) {
   std::unique_ptr<cmark_parser, decltype(&cmark_parser_free)> parser(
       cmark_parser_new(CMARK_OPT_SOURCEPOS | CMARK_OPT_FOOTNOTES), &cmark_parser_free);
   for (const char* name : {"table", "strikethrough", "autolink", "tagfilter", "tasklist"}) {
     if (std::string_view(name) == "table" && !tables) continue;
+    // Bare URLs and e-mail addresses become links that leave the repository, which are not
+    // read; only wiki links, found across text nodes, see where they split the text.
+    if (std::string_view(name) == "autolink" && !wiki) continue;
     if (cmark_syntax_extension* found = extension(name)) {
       cmark_parser_attach_syntax_extension(parser.get(), found);
     }
@@ -455,7 +458,7 @@ class Reader {
 
   LinkedDocument read(std::string_view parsed, bool tables) {
     found_.tables = tables;
-    const Node document = parse_as_github(parsed, tables);
+    const Node document = parse_as_github(parsed, tables, wiki_);
     std::unique_ptr<cmark_iter, decltype(&cmark_iter_free)> iterator(cmark_iter_new(document.get()),
                                                                      &cmark_iter_free);
     for (cmark_event_type event; (event = cmark_iter_next(iterator.get())) != CMARK_EVENT_DONE;) {

@@ -1,6 +1,7 @@
 #include "gfm/slug.hpp"
 
 #include <algorithm>
+#include <optional>
 
 #include <unicode/locid.h>
 #include <unicode/uchar.h>
@@ -9,17 +10,27 @@
 
 namespace tarnwick::gfm {
 
-std::string lowercase(std::string_view text) {
-  const bool ascii = std::all_of(text.begin(), text.end(),
-                                 [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-  std::string lowered;
-  if (ascii) {
-    lowered.assign(text);
-    for (char& c : lowered) {
-      if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return lowered;
+namespace {
+
+// ASCII text lowercased, which is also how Unicode lowercases and folds it; none for other
+// text.
+std::optional<std::string> ascii_lowercase(std::string_view text) {
+  if (!std::all_of(text.begin(), text.end(),
+                   [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+    return std::nullopt;
   }
+  std::string lowered(text);
+  for (char& c : lowered) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return lowered;
+}
+
+}  // namespace
+
+std::string lowercase(std::string_view text) {
+  if (auto lowered = ascii_lowercase(text)) return std::move(*lowered);
+  std::string lowered;
   icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())))
       .toLower(icu::Locale::getRoot())
       .toUTF8String(lowered);
@@ -27,6 +38,7 @@ std::string lowercase(std::string_view text) {
 }
 
 std::string case_fold(std::string_view text) {
+  if (auto folded = ascii_lowercase(text)) return std::move(*folded);
   std::string folded;
   icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<int32_t>(text.size())))
       .foldCase()

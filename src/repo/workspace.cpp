@@ -79,7 +79,8 @@ Workspace Workspace::load(const std::filesystem::path& root, const Tree& tree,
   const auto work = [&] {
     for (std::size_t index; (index = next++) < to_read.size();) {
       std::string reason;
-      const std::filesystem::path location = root / *to_read[index];
+      // Joined as text: a path's own joining parses both sides.
+      const std::filesystem::path location = root.native() + '/' + *to_read[index];
       if (auto bytes = read_file(location, reason)) {
         read[index] = read_document(std::move(*bytes), options);
       } else {
