@@ -167,7 +167,8 @@ class Session {
   void on_document(std::function<void(DocumentEvent, const OpenDocument&)> listener);
 
   // Handles messages until `exit` or the end of the input: 0 after shutdown then exit, 1 when
-  // the session ended without shutdown. Waits for running jobs; drops those not started.
+  // the session ended without shutdown. From then on stopping() is true and nothing more is
+  // posted to the main thread; the session waits for jobs still running when it is destroyed.
   int run();
 
   // Main thread only.
