@@ -317,7 +317,7 @@ int main(int argc, char** argv) {
     mi_option_disable(mi_option_allow_decommit);
     mi_option_disable(mi_option_page_reset);
 #endif
-    return tarnwick::lsp::serve(STDIN_FILENO, STDOUT_FILENO);
+    tarnwick::lsp::serve(STDIN_FILENO, STDOUT_FILENO);
   }
   int status = 0;
   if (check_command->parsed()) {

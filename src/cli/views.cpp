@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "repo/extraction.hpp"
+#include "repo/outline.hpp"
 #include "repo/records.hpp"
 #include "text/utf8.hpp"
 
@@ -61,17 +62,18 @@ class Screen {
 };
 
 void outline(const repo::Extracted& extracted, Screen& screen) {
-  // Sections nest by their line ranges: a section lies within each section that holds it.
-  std::vector<const Symbol*> holders;
-  for (const Symbol& section : extracted.found.symbols) {
-    while (!holders.empty() && holders.back()->end_line < section.end_line) holders.pop_back();
-    std::string line = fmt::format("{:{}}{}  [{}-{}]", "", 2 * holders.size(),
+  const std::vector<Symbol>& sections = extracted.found.symbols;
+  const std::vector<std::size_t> parents = repo::section_parents(sections);
+  std::vector<std::size_t> depths;
+  for (std::size_t i = 0; i < sections.size(); ++i) {
+    const Symbol& section = sections[i];
+    depths.push_back(parents[i] == repo::NO_PARENT ? 0 : depths[parents[i]] + 1);
+    std::string line = fmt::format("{:{}}{}  [{}-{}]", "", 2 * depths.back(),
                                    printable(section.name), section.start_line, section.end_line);
     if (section.docstring) {
       line += "  " + printable(text::shortened(*section.docstring, DOCSTRING_WIDTH));
     }
     screen.line(line);
-    holders.push_back(&section);
   }
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "engines/markdown/node.hpp"
+#include "repo/outline.hpp"
 #include "tarnwick/markdown.hpp"
 
 namespace tarnwick::lsp {
@@ -14,8 +15,9 @@ namespace {
 constexpr int STRING_KIND = 15;
 
 bool is_folded_block(std::string_view type) {
-  return type == "fenced_code_block" || type == "indented_code_block" || type == "minus_metadata" ||
-         type == "plus_metadata";
+  using namespace engines::markdown::detail;
+  return type == "fenced_code_block" || type == "indented_code_block" ||
+         type == YAML_FRONT_MATTER || type == TOML_FRONT_MATTER;
 }
 
 std::vector<DocumentOutline::Block> blocks_of(const Document& document) {
@@ -40,33 +42,6 @@ std::vector<DocumentOutline::Block> blocks_of(const Document& document) {
   return blocks;
 }
 
-// For each section, the sections nested in it: those that follow it and end within it, as the
-// outline view nests them.
-struct Tree {
-  std::vector<std::size_t> roots;
-  std::vector<std::vector<std::size_t>> children;
-  std::vector<std::size_t> parent;  // sections.size() for a root
-};
-Tree nest(const std::vector<Symbol>& sections) {
-  Tree tree{{},
-            std::vector<std::vector<std::size_t>>(sections.size()),
-            std::vector<std::size_t>(sections.size(), sections.size())};
-  std::vector<std::size_t> holders;
-  for (std::size_t i = 0; i < sections.size(); ++i) {
-    while (!holders.empty() && sections[holders.back()].end_line < sections[i].end_line) {
-      holders.pop_back();
-    }
-    if (holders.empty()) {
-      tree.roots.push_back(i);
-    } else {
-      tree.children[holders.back()].push_back(i);
-      tree.parent[i] = holders.back();
-    }
-    holders.push_back(i);
-  }
-  return tree;
-}
-
 }  // namespace
 
 DocumentOutline outline_of(std::string_view text) {
@@ -86,7 +61,7 @@ Json document_symbols(const DocumentOutline& outline, const Text& text, Position
     };
     return Range{{clamp(first), 0}, {clamp(last), text.line_length(clamp(last), encoding)}};
   };
-  const Tree tree = nest(sections);
+  const std::vector<std::size_t> parents = repo::section_parents(sections);
   if (!hierarchical) {
     Json symbols = Json::array();
     for (std::size_t i = 0; i < sections.size(); ++i) {
@@ -95,24 +70,28 @@ Json document_symbols(const DocumentOutline& outline, const Text& text, Position
           {"kind", STRING_KIND},
           {"location",
            {{"uri", uri}, {"range", line_range(sections[i].start_line, sections[i].end_line)}}}};
-      if (tree.parent[i] < sections.size()) {
-        symbol["containerName"] = sections[tree.parent[i]].name;
-      }
+      if (parents[i] != repo::NO_PARENT) symbol["containerName"] = sections[parents[i]].name;
       symbols.push_back(std::move(symbol));
     }
     return symbols;
   }
+  std::vector<std::size_t> roots;
+  std::vector<std::vector<std::size_t>> children(sections.size());
+  for (std::size_t i = 0; i < sections.size(); ++i) {
+    (parents[i] == repo::NO_PARENT ? roots : children[parents[i]]).push_back(i);
+  }
+  // Sections nest at most as deep as heading levels go, below a front matter title.
   const auto symbol = [&](const auto& self, std::size_t i) -> Json {
-    Json children = Json::array();
-    for (const std::size_t child : tree.children[i]) children.push_back(self(self, child));
+    Json nested = Json::array();
+    for (const std::size_t child : children[i]) nested.push_back(self(self, child));
     return {{"name", sections[i].name},
             {"kind", STRING_KIND},
             {"range", line_range(sections[i].start_line, sections[i].end_line)},
             {"selectionRange", line_range(sections[i].start_line, sections[i].start_line)},
-            {"children", std::move(children)}};
+            {"children", std::move(nested)}};
   };
   Json symbols = Json::array();
-  for (const std::size_t root : tree.roots) symbols.push_back(symbol(symbol, root));
+  for (const std::size_t root : roots) symbols.push_back(symbol(symbol, root));
   return symbols;
 }
 

@@ -1,5 +1,7 @@
 #include "lsp/server.hpp"
 
+#include <cstdlib>
+
 #include "lsp/outline.hpp"
 #include "lsp/repository.hpp"
 #include "lsp/session.hpp"
@@ -7,11 +9,14 @@
 
 namespace tarnwick::lsp {
 
-int serve(int input, int output) {
+void serve(int input, int output) {
   Session session(input, output, {"tarnwick-md", TARNWICK_MARKDOWN_VERSION, "tarnwick"});
   const OutlineFeature outline(session);
   const RepositoryFeature repository(session);
-  return session.run();
+  const int status = session.run();
+  // The process ends with the session, as the protocol's exit asks: a background job, such as
+  // the reading of a large folder, is not waited for.
+  std::_Exit(status);
 }
 
 }  // namespace tarnwick::lsp

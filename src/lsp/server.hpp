@@ -3,7 +3,8 @@
 
 namespace tarnwick::lsp {
 
-// Serves one client over `input` and `output` until it exits; the exit status.
-int serve(int input, int output);
+// Serves one client over `input` and `output` until it exits, then ends the process with the
+// session's exit status.
+[[noreturn]] void serve(int input, int output);
 
 }  // namespace tarnwick::lsp

@@ -261,7 +261,6 @@ int Session::run() {
   stopping_ = true;
   [[maybe_unused]] const ssize_t woken = ::write(wake[1], "x", 1);
   reader.join();
-  workers_.reset();
   connection_->main.close();
   ::close(wake[0]);
   ::close(wake[1]);

@@ -9,7 +9,9 @@
 // typically from a task that a background job posted:
 //
 //   session.on_request("textDocument/documentSymbol", [&](const Json& params, Reply reply) {
-//     const OpenDocument* document = session.document(params.at("textDocument").at("uri"));
+//     const OpenDocument* document =
+//         session.document(params.at("textDocument").at("uri").get<std::string>());
+//     if (!document) return reply.error(error_code::REQUEST_FAILED, "the document is not open");
 //     session.run_in_background([&, text = document->text, reply = std::move(reply)]() mutable {
 //       Json symbols = ...;  // read `text` on the worker
 //       session.post([reply = std::move(reply), symbols = std::move(symbols)]() mutable {
@@ -23,7 +25,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -166,7 +167,8 @@ class Session {
   void on_document(std::function<void(DocumentEvent, const OpenDocument&)> listener);
 
   // Handles messages until `exit` or the end of the input: 0 after shutdown then exit, 1 when
-  // the session ended without shutdown. Waits for running jobs; drops those not started.
+  // the session ended without shutdown. From then on stopping() is true and nothing more is
+  // posted to the main thread; the session waits for jobs still running when it is destroyed.
   int run();
 
   // Main thread only.

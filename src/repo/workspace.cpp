@@ -222,7 +222,8 @@ void Workspace::index_links(const std::string& path, const Document& document) {
   std::set<std::string> keys;
   for (const gfm::Link& link : document.read.links) {
     if (link.syntax == gfm::LinkSyntax::wiki) {
-      std::string_view page = link.destination.substr(0, link.destination.find('#'));
+      std::string_view page =
+          std::string_view(link.destination).substr(0, link.destination.find('#'));
       if (page.empty()) continue;
       if (is_markdown(page)) page = stem_of(page);
       keys.insert(page_key(name_of(page)));
