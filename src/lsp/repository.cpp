@@ -1,6 +1,7 @@
 #include "lsp/repository.hpp"
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <set>
@@ -62,15 +63,37 @@ Settings settings_of(const Json& json, std::vector<std::string>& complaints) {
   return settings;
 }
 
-// The folder of a repository that holds a file outside every workspace folder: the nearest
-// folder above it with a ".git", else its own.
-fs::path repository_of(const fs::path& file) {
+// Where a file outside every workspace folder belongs: the repository that holds it (the
+// nearest folder above it with a ".git"), else its own folder; of the file system's root or
+// the home folder, only the entries themselves are read, not all that lies below them.
+struct Home {
+  fs::path root;
+  bool shallow = false;
+};
+Home home_of(const fs::path& file) {
   std::error_code error;
   for (fs::path at = file.parent_path(); !at.empty(); at = at.parent_path()) {
-    if (fs::exists(at / ".git", error)) return at;
+    if (fs::exists(at / ".git", error)) return {at};
     if (at == at.parent_path()) break;
   }
-  return file.parent_path();
+  const fs::path folder = file.parent_path();
+  const char* home = std::getenv("HOME");
+  return {folder, folder == folder.root_path() || (home && fs::equivalent(folder, home, error))};
+}
+
+// A folder's own entries, and none below them.
+repo::Tree entries_of(const fs::path& folder) {
+  repo::Tree tree;
+  std::error_code error;
+  for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error)) {
+    std::error_code status_error;
+    (it->is_directory(status_error) ? tree.directories : tree.files)
+        .push_back(it->path().filename().string());
+  }
+  if (error) tree.errors.push_back({folder.string(), error.message()});
+  std::sort(tree.files.begin(), tree.files.end());
+  std::sort(tree.directories.begin(), tree.directories.end());
+  return tree;
 }
 
 fs::path normal(const fs::path& path) {
@@ -81,6 +104,7 @@ fs::path normal(const fs::path& path) {
 struct Folder {
   std::string uri;
   fs::path root;           // absolute and normal
+  bool shallow = false;    // only its own entries are read
   std::uint64_t load = 0;  // the current read of the folder: an older one's end is dropped
   bool ready = false;
   repo::Workspace workspace;
@@ -220,11 +244,12 @@ struct RepositoryFeature::State {
     const auto file = path_of_uri(uri);
     if (!file) return nullptr;
     if (Folder* folder = folder_at(*file, path)) return folder;
-    add_folder(session.uri_of(repository_of(normal(*file))), repository_of(normal(*file)));
+    const Home home = home_of(normal(*file));
+    add_folder(session.uri_of(home.root), home.root, home.shallow);
     return folder_at(*file, path);
   }
 
-  void add_folder(std::string uri, const fs::path& root) {
+  void add_folder(std::string uri, const fs::path& root, bool shallow = false) {
     const fs::path normal_root = normal(root);
     for (const auto& folder : folders) {
       if (folder->root == normal_root) return;
@@ -232,6 +257,7 @@ struct RepositoryFeature::State {
     auto folder = std::make_unique<Folder>();
     folder->uri = std::move(uri);
     folder->root = normal_root;
+    folder->shallow = shallow;
     folders.push_back(std::move(folder));
     load(*folders.back());
   }
@@ -264,12 +290,12 @@ struct RepositoryFeature::State {
     const repo::WorkspaceOptions options{.wiki = settings.wiki};
     auto progress =
         std::make_shared<Progress>(session.begin_progress("Reading " + root.filename().string()));
-    session.run_in_background([this, root, load, options, progress] {
+    session.run_in_background([this, root, load, options, progress, shallow = folder.shallow] {
       // Every file is a link target: hidden ones and those .ignore files leave out too.
       repo::SelectionOptions everything;
       everything.hidden = true;
       everything.ignore_files = false;
-      const repo::Tree tree = repo::list_tree(root, everything);
+      const repo::Tree tree = shallow ? entries_of(root) : repo::list_tree(root, everything);
       progress->report(std::to_string(tree.files.size()) + " files");
       std::vector<repo::ReadError> errors = tree.errors;
       auto workspace = std::make_shared<repo::Workspace>(repo::Workspace::load(
