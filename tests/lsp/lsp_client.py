@@ -15,9 +15,10 @@ def frame(body: bytes) -> bytes:
 
 
 class Client:
-    def __init__(self, binary: str, *args: str, settings=None, cwd=None):
+    def __init__(self, binary: str, *args: str, settings=None, cwd=None, prefix=()):
+        """`prefix`: the words of a command that runs the server, such as another user's."""
         self.process = subprocess.Popen(
-            [binary, "lsp", *args], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+            [*prefix, binary, "lsp", *args], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
             stderr=subprocess.PIPE, cwd=cwd)
         self.settings = settings if settings is not None else {}
         self.next_id = 1
