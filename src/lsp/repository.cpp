@@ -1063,13 +1063,20 @@ RepositoryFeature::RepositoryFeature(Session& session) : state_(std::make_unique
     for (auto& [folder, list] : by_folder) state.files_changed(*folder, std::move(list));
   });
 
-  session.on_request("textDocument/definition", [&state](const Json& params, Reply reply) {
-    state.at_place(
-        params, std::move(reply),
-        [&state](Folder& folder, const std::string& path, std::size_t offset, Reply reply) {
-          state.definition(folder, path, offset, std::move(reply));
-        });
-  });
+  // Requests about a place of a document that a member of the state answers.
+  using PlaceAnswer = void (State::*)(Folder&, const std::string&, std::size_t, Reply);
+  const auto on_place_request = [&session, &state](const char* method, PlaceAnswer answer) {
+    session.on_request(method, [&state, answer](const Json& params, Reply reply) {
+      state.at_place(params, std::move(reply),
+                     [&state, answer](Folder& folder, const std::string& path, std::size_t offset,
+                                      Reply reply) {
+                       (state.*answer)(folder, path, offset, std::move(reply));
+                     });
+    });
+  };
+  on_place_request("textDocument/definition", &State::definition);
+  on_place_request("textDocument/prepareRename", &State::prepare_rename);
+  on_place_request("textDocument/hover", &State::hover);
   session.on_request("textDocument/references", [&state](const Json& params, Reply reply) {
     const bool include_declaration = member(params, {"context", "includeDeclaration"}) == true;
     state.at_place(params, std::move(reply),
@@ -1077,13 +1084,6 @@ RepositoryFeature::RepositoryFeature(Session& session) : state_(std::make_unique
                                                  std::size_t offset, Reply reply) {
                      state.references(folder, path, offset, include_declaration, std::move(reply));
                    });
-  });
-  session.on_request("textDocument/prepareRename", [&state](const Json& params, Reply reply) {
-    state.at_place(
-        params, std::move(reply),
-        [&state](Folder& folder, const std::string& path, std::size_t offset, Reply reply) {
-          state.prepare_rename(folder, path, offset, std::move(reply));
-        });
   });
   session.on_request("textDocument/rename", [&state](const Json& params, Reply reply) {
     std::string name = params.at("newName").get<std::string>();
@@ -1098,11 +1098,6 @@ RepositoryFeature::RepositoryFeature(Session& session) : state_(std::make_unique
   });
   session.on_request("workspace/symbol", [&state](const Json& params, Reply reply) {
     state.workspace_symbols(params.at("query").get<std::string>(), std::move(reply));
-  });
-  session.on_request("textDocument/hover", [&state](const Json& params, Reply reply) {
-    state.at_place(params, std::move(reply),
-                   [&state](Folder& folder, const std::string& path, std::size_t offset,
-                            Reply reply) { state.hover(folder, path, offset, std::move(reply)); });
   });
   session.on_request("textDocument/documentLink", [&state](const Json& params, Reply reply) {
     state.on_document_request(params, std::move(reply),
