@@ -244,6 +244,15 @@ std::string from_cwd(const fs::path& location) {
   return path.starts_with("./") ? path.substr(2) : path;
 }
 
+// The root of a directory argument's files as their paths are written: the directory itself
+// from the current directory when paths are, else the start of every path.
+std::string directory_root(const fs::path& directory, const SelectionOptions& options) {
+  if (!options.paths_from_cwd) return "";
+  std::string root = from_cwd(directory);
+  while (root.size() > 1 && root.ends_with('/')) root.pop_back();
+  return root == "." ? "" : root;
+}
+
 }  // namespace
 
 Tree list_tree(const fs::path& root, const SelectionOptions& options) {
@@ -262,7 +271,8 @@ Selection select_files(const std::vector<std::string>& arguments, const Selectio
   for (const auto& argument : arguments) {
     if (argument == "-") {
       const std::string path = options.stdin_path.value_or("-");
-      selection.files.push_back({"/dev/stdin", path, options.prefix.value_or(fqn_prefix(path))});
+      selection.files.push_back(
+          {"/dev/stdin", path, options.prefix.value_or(fqn_prefix(path)), ""});
       continue;
     }
     const fs::path location(argument);
@@ -274,13 +284,14 @@ Selection select_files(const std::vector<std::string>& arguments, const Selectio
       continue;
     }
     if (fs::is_directory(status)) {
+      const std::string root = directory_root(location, options);
       std::vector<SourceFile> found;
       walk(location, options, selection.errors,
            [&](const fs::directory_entry& entry, std::string path, bool is_directory) {
              if (!is_directory && (options.follow || !entry.is_symlink()) &&
                  is_markdown(entry.path().filename().string())) {
                std::string prefix = fqn_prefix(path);
-               found.push_back({entry.path(), std::move(path), std::move(prefix)});
+               found.push_back({entry.path(), std::move(path), std::move(prefix), root});
              }
            });
       std::sort(found.begin(), found.end(),
@@ -293,9 +304,11 @@ Selection select_files(const std::vector<std::string>& arguments, const Selectio
         selection.files.push_back(std::move(file));
       }
     } else {
+      // A file argument's folder is its root.
       const std::string path =
           options.paths_from_cwd ? from_cwd(location) : location.filename().string();
-      selection.files.push_back({location, path, options.prefix.value_or(fqn_prefix(path))});
+      selection.files.push_back({location, path, options.prefix.value_or(fqn_prefix(path)),
+                                 std::string(parent_of(path))});
     }
   }
   return selection;
