@@ -278,7 +278,7 @@ class PyStore {
     store_.emplace(std::move(value_of(opened)));
   }
 
-  // Brings the store up to date: (files, parsed, reused, unchanged, unreadable, removed,
+  // Brings the store up to date: (files, read, parsed, reused, unchanged, unreadable, removed,
   // errors as messages).
   py::tuple update(const std::optional<std::vector<std::string>>& paths, bool hidden, bool follow,
                    bool no_ignore, const std::vector<std::string>& excludes, bool paths_from_cwd,
@@ -302,8 +302,8 @@ class PyStore {
     const tarnwick::store::UpdateSummary& summary = value_of(updated);
     py::list errors;
     for (const auto& e : summary.errors) errors.append("cannot read " + e.what + ": " + e.reason);
-    return py::make_tuple(summary.files, summary.parsed, summary.reused, summary.unchanged,
-                          summary.unreadable, summary.removed, errors);
+    return py::make_tuple(summary.files, summary.read, summary.parsed, summary.reused,
+                          summary.unchanged, summary.unreadable, summary.removed, errors);
   }
 
   py::list references_to(const std::string& target, const py::object& reference_type) {

@@ -58,10 +58,10 @@ int run_update(const UpdateCommand& command, std::ostream& err) {
   const double seconds =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
   err << fmt::format(
-      "tarnwick-md: {}: {} files, {} re-indexed ({} parsed), {} unchanged, {} removed, {} "
-      "unreadable in {:.3f}s\n",
-      command.db, summary.files, summary.parsed + summary.reused, summary.parsed, summary.unchanged,
-      summary.removed, summary.unreadable, seconds);
+      "tarnwick-md: {}: {} files ({} read), {} re-indexed ({} parsed), {} unchanged, {} "
+      "removed, {} unreadable in {:.3f}s\n",
+      command.db, summary.files, summary.read, summary.parsed + summary.reused, summary.parsed,
+      summary.unchanged, summary.removed, summary.unreadable, seconds);
   return summary.errors.empty() ? 0 : 1;
 }
 

@@ -37,6 +37,15 @@ std::string debug_line(const SourceFile& file, std::string_view message) {
   return file.location.string() + ":" + std::to_string(at_line) + ": " + text;
 }
 
+// A section starts on the first line only as a heading or as the front matter's title, and
+// a heading cannot start on a line that is "---" or "+++", which opens front matter.
+bool titled_by_front_matter(std::string_view bytes, const IndexedDocument& found) {
+  if (found.symbols.empty() || found.symbols.front().start_line != 1) return false;
+  std::string_view first = bytes.substr(0, bytes.find_first_of("\r\n"));
+  while (first.ends_with(' ') || first.ends_with('\t')) first.remove_suffix(1);
+  return first == "---" || first == "+++";
+}
+
 }  // namespace
 
 ContentHash content_hash(std::string_view bytes) {
@@ -67,6 +76,7 @@ Extracted extract_file(const SourceFile& file, std::int64_t file_id, bool verbos
   try {
     extracted.found = index_markdown(*bytes, file.path, options);
     extracted.parsed = true;
+    extracted.titled_by_front_matter = titled_by_front_matter(*bytes, extracted.found);
   } catch (const std::length_error& too_large) {
     extracted.error = ReadError{file.location.string(), too_large.what()};
   } catch (const std::exception& failure) {

@@ -29,6 +29,9 @@ struct Extracted {
   ContentHash hash;       // of the bytes read
   bool parsed = false;    // whether the engine ran on them
   IndexedDocument found;
+  // Whether the first section is named by the front matter's title: no heading of the
+  // document, which GitHub renders as a table.
+  bool titled_by_front_matter = false;
   std::vector<std::string> debug_lines;
   std::optional<ReadError> error;
 };

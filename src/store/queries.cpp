@@ -5,7 +5,6 @@
 
 #include "gfm/slug.hpp"
 #include "repo/links.hpp"
-#include "store/records.hpp"
 #include "store/store.hpp"
 
 namespace tarnwick::store {
@@ -123,14 +122,11 @@ Result<std::vector<FoundReference>> Store::references_to(std::string_view writte
     // With a fragment, the references whose anchor is written so, or names the same heading.
     std::set<std::string> ids;
     if (fragment) {
-      auto file = connection_.prepare("SELECT id FROM files WHERE path = ? ORDER BY position");
-      file.bind(1, *target);
-      if (file.step()) {
-        gfm::HeadingIds numbering;
-        for (const std::string& name : RecordReader(connection_).heading_names(file.integer(0))) {
-          ids.insert(numbering.next(name));
-        }
-      }
+      auto anchors = connection_.prepare(
+          "SELECT anchor FROM symbols WHERE anchor IS NOT NULL AND file = (SELECT id FROM files "
+          "WHERE path = ? ORDER BY position LIMIT 1)");
+      anchors.bind(1, *target);
+      while (anchors.step()) ids.emplace(anchors.text(0));
     }
     const std::set<std::string> wanted = fragment ? ids_named(ids, *fragment, true) : ids;
     for (Candidate& candidate : candidates) {

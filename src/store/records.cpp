@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "gfm/slug.hpp"
 #include "repo/links.hpp"
 
 namespace tarnwick::store {
@@ -55,7 +56,9 @@ RecordReader::RecordReader(sqlite::Connection& connection)
           "FROM symbols WHERE file = ? ORDER BY ordinal")),
       references_(connection.prepare(
           "SELECT name, qualifier, kind, line, local_source_fqn FROM refs WHERE file = ? "
-          "ORDER BY id")) {}
+          "ORDER BY id")),
+      title_(connection.prepare(
+          "SELECT anchor IS NULL FROM symbols WHERE file = ? ORDER BY ordinal LIMIT 1")) {}
 
 IndexedDocument RecordReader::read(std::int64_t file, std::string_view prefix,
                                    std::int64_t file_id) {
@@ -87,12 +90,11 @@ IndexedDocument RecordReader::read(std::int64_t file, std::string_view prefix,
   return document;
 }
 
-std::vector<std::string> RecordReader::heading_names(std::int64_t file) {
-  std::vector<std::string> names;
-  symbols_.bind(1, file);
-  while (symbols_.step()) names.emplace_back(symbols_.text(0));
-  symbols_.reset();
-  return names;
+bool RecordReader::titled_by_front_matter(std::int64_t file) {
+  title_.bind(1, file);
+  const bool titled = title_.step() && title_.integer(0) != 0;
+  title_.reset();
+  return titled;
 }
 
 RecordWriter::RecordWriter(sqlite::Connection& connection, bool index_text)
@@ -105,7 +107,7 @@ RecordWriter::RecordWriter(sqlite::Connection& connection, bool index_text)
       delete_references_(connection.prepare("DELETE FROM refs WHERE file = ?")),
       insert_symbol_(connection.prepare(
           "INSERT INTO symbols(id, file, ordinal, name, kind, local_fqn, start_line, end_line, "
-          "signature, is_export, docstring) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) "
+          "signature, is_export, docstring, anchor) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) "
           "RETURNING id")),
       index_text_of_(connection.prepare(
           "INSERT INTO symbol_text(rowid, name, signature, docstring) VALUES (?, ?, ?, ?)")),
@@ -125,10 +127,13 @@ std::unordered_map<std::string, std::int64_t> RecordWriter::take_out(std::int64_
 }
 
 void RecordWriter::replace(std::int64_t file, const FileNames& names,
-                           const IndexedDocument& document) {
+                           const IndexedDocument& document, bool titled) {
   const auto old_keys = take_out(file);
+  gfm::HeadingIds ids;
   std::int64_t ordinal = 0;
   for (const Symbol& symbol : document.symbols) {
+    std::optional<std::string> anchor;
+    if (!titled || ordinal > 0) anchor = ids.next(symbol.name);
     const std::string_view local = local_fqn(symbol.fqn, names.prefix);
     if (const auto kept = old_keys.find(std::string(local)); kept != old_keys.end()) {
       insert_symbol_.bind(1, kept->second);
@@ -142,7 +147,8 @@ void RecordWriter::replace(std::int64_t file, const FileNames& names,
         .bind(8, symbol.end_line)
         .bind(9, symbol.signature)
         .bind(10, std::int64_t{symbol.is_export})
-        .bind(11, symbol.docstring);
+        .bind(11, symbol.docstring)
+        .bind(12, anchor);
     insert_symbol_.step();
     const std::int64_t key = insert_symbol_.integer(0);
     insert_symbol_.reset();

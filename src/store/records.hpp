@@ -27,12 +27,13 @@ class RecordReader {
  public:
   explicit RecordReader(sqlite::Connection& connection);
   IndexedDocument read(std::int64_t file, std::string_view prefix, std::int64_t file_id);
-  // The headings' names of a file, in order.
-  std::vector<std::string> heading_names(std::int64_t file);
+  // Whether a file's first section is named by its front matter's title.
+  bool titled_by_front_matter(std::int64_t file);
 
  private:
   sqlite::Statement symbols_;
   sqlite::Statement references_;
+  sqlite::Statement title_;
 };
 
 // Replaces and removes the records of stored files, with statements prepared once. The search
@@ -41,8 +42,11 @@ class RecordWriter {
  public:
   RecordWriter(sqlite::Connection& connection, bool index_text);
 
-  // Replaces a file's records. A section keeps its key when the file had one of the same FQN.
-  void replace(std::int64_t file, const FileNames& names, const IndexedDocument& document);
+  // Replaces a file's records; each heading gets the id GitHub gives it (`titled`: the first
+  // section is the front matter's title, no heading). A section keeps its key when the file
+  // had one of the same FQN.
+  void replace(std::int64_t file, const FileNames& names, const IndexedDocument& document,
+               bool titled);
   // Removes a file's records.
   void remove(std::int64_t file);
 

@@ -19,6 +19,7 @@ CREATE TABLE files (
   location TEXT NOT NULL,
   size INTEGER,
   mtime_ns INTEGER,
+  ctime_ns INTEGER,
   inode INTEGER,
   trusted INTEGER NOT NULL,
   hash BLOB,
@@ -38,7 +39,8 @@ CREATE TABLE symbols (
   end_line INTEGER NOT NULL,
   signature TEXT NOT NULL,
   is_export INTEGER NOT NULL,
-  docstring TEXT
+  docstring TEXT,
+  anchor TEXT
 );
 CREATE INDEX symbols_by_file ON symbols(file, ordinal);
 
@@ -76,7 +78,7 @@ CREATE TABLE problems (
 CREATE VIEW symbol_records AS
   SELECT s.id, s.file, f.position AS file_id, f.path, s.name, s.kind,
          f.prefix || '.' || s.local_fqn AS fqn, s.start_line, s.end_line, s.signature,
-         s.is_export, s.docstring
+         s.is_export, s.docstring, s.anchor
   FROM symbols s JOIN files f ON f.id = s.file;
 
 CREATE VIEW reference_records AS

@@ -23,6 +23,11 @@ Result<Store> Store::open(const fs::path& file, Access access,
     sqlite::Connection connection(file, flags);
     sqlite3_busy_timeout(connection.get(), static_cast<int>(busy_timeout.count()));
     const schema::Found found = schema::inspect(connection);
+    // SQLite takes a file shorter than its header for an empty database: it is someone's file.
+    if (found.kind == schema::Kind::empty && fs::file_size(file, error) > 0 &&
+        connection.integer("PRAGMA page_count") == 0) {
+      return Failure{name + " is not a tarnwick-md store"};
+    }
     if (found.kind == schema::Kind::other ||
         (found.kind == schema::Kind::other_version && access != Access::rebuild)) {
       return Failure{*schema::refusal(found, name)};

@@ -69,6 +69,7 @@ struct UpdateOptions {
 // What an update did, file by file of the selection.
 struct UpdateSummary {
   std::size_t files = 0;      // selected
+  std::size_t read = 0;       // of them, read: their status was not as stored
   std::size_t parsed = 0;     // read and run through the engine
   std::size_t reused = 0;     // read, and given the records of a stored file of the same
                               // content: moved, copied or renamed

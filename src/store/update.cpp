@@ -19,27 +19,32 @@ namespace {
 
 using repo::ContentHash;
 
-// A file's status as stat gives it; a file whose status is as stored is not read again.
+// A file's status as stat gives it; a file whose status is as stored is not read again. The
+// change time moves with every write, but also when the file's permissions change or its
+// modification time is set back, which the modification time alone would not tell.
 struct FileStatus {
   std::int64_t size = 0;
   std::int64_t mtime_ns = 0;
+  std::int64_t ctime_ns = 0;
   std::int64_t inode = 0;
   bool operator==(const FileStatus&) const = default;
 };
 
+std::int64_t nanoseconds(const timespec& time) {
+  return static_cast<std::int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
 std::optional<FileStatus> status_of(const std::filesystem::path& location) {
   struct stat status {};
   if (::stat(location.c_str(), &status) != 0) return std::nullopt;
-  return FileStatus{
-      static_cast<std::int64_t>(status.st_size),
-      static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1'000'000'000 + status.st_mtim.tv_nsec,
-      static_cast<std::int64_t>(status.st_ino)};
+  return FileStatus{static_cast<std::int64_t>(status.st_size), nanoseconds(status.st_mtim),
+                    nanoseconds(status.st_ctim), static_cast<std::int64_t>(status.st_ino)};
 }
 
 std::int64_t now_ns() {
   timespec now{};
   ::clock_gettime(CLOCK_REALTIME, &now);
-  return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+  return nanoseconds(now);
 }
 
 // A file written this close to the start of an update, or after it, may change again within
@@ -84,18 +89,20 @@ struct StoredRow {
 std::vector<StoredRow> stored_rows(sqlite::Connection& connection) {
   std::vector<StoredRow> rows;
   auto query = connection.prepare(
-      "SELECT id, position, path, prefix, root, size, mtime_ns, inode, trusted, hash FROM files "
-      "ORDER BY position, id");
+      "SELECT id, position, path, prefix, root, size, mtime_ns, ctime_ns, inode, trusted, hash "
+      "FROM files ORDER BY position, id");
   while (query.step()) {
     StoredRow& row = rows.emplace_back();
     row.key = query.integer(0);
     row.position = query.integer(1);
     row.names = {std::string(query.text(2)), std::string(query.text(3)),
                  std::string(query.text(4))};
-    if (!query.is_null(5))
-      row.status = FileStatus{query.integer(5), query.integer(6), query.integer(7)};
-    row.trusted = query.integer(8) != 0;
-    if (!query.is_null(9)) row.hash = hash_of(query.blob(9));
+    if (!query.is_null(5)) {
+      row.status =
+          FileStatus{query.integer(5), query.integer(6), query.integer(7), query.integer(8)};
+    }
+    row.trusted = query.integer(9) != 0;
+    if (!query.is_null(10)) row.hash = hash_of(query.blob(10));
   }
   return rows;
 }
@@ -176,12 +183,12 @@ class Update {
         writer_(connection, !fresh_),
         insert_file_(connection.prepare(
             "INSERT INTO files(position, path, prefix, root, wiki_name, location, size, "
-            "mtime_ns, inode, trusted, hash, error) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) "
-            "RETURNING id")),
+            "mtime_ns, ctime_ns, inode, trusted, hash, error) "
+            "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) RETURNING id")),
         update_file_(connection.prepare(
             "UPDATE files SET position = ?, path = ?, prefix = ?, root = ?, wiki_name = ?, "
-            "location = ?, size = ?, mtime_ns = ?, inode = ?, trusted = ?, hash = ?, error = ? "
-            "WHERE id = ?")),
+            "location = ?, size = ?, mtime_ns = ?, ctime_ns = ?, inode = ?, trusted = ?, "
+            "hash = ?, error = ? WHERE id = ?")),
         move_file_(connection.prepare("UPDATE files SET position = ? WHERE id = ?")),
         delete_file_(connection.prepare("DELETE FROM files WHERE id = ?")) {
     for (const StoredRow& row : rows_) {
@@ -216,6 +223,7 @@ class Update {
         read_index.push_back(index);
       }
     }
+    summary_.read = to_read.size();
     if (options_.reading) options_.reading(to_read.size());
 
     std::size_t next = 0;
@@ -288,13 +296,13 @@ class Update {
     std::optional<std::int64_t> key = stored_key(row);
     if (extracted.error) return put_unreadable(index, key, file, *extracted.error);
     ContentHash hash = extracted.hash;
-    const bool trusted = status && status->mtime_ns < started - RACY_NS;
+    const bool trusted = status && std::max(status->mtime_ns, status->ctime_ns) < started - RACY_NS;
     if (row && rows_[*row].hash == hash) {
       put_file(index, key, file, status, trusted, hash);
       if (rows_[*row].names.prefix == names.prefix && rows_[*row].names.root == names.root) {
         ++summary_.unchanged;
       } else {
-        writer_.replace(*key, names, reader_.read(*key, names.prefix, 0));
+        copy(*key, *key, names);
         ++summary_.reused;
       }
       return;
@@ -302,24 +310,31 @@ class Update {
     if (!row) key = take_over(hash);
     if (extracted.parsed) {
       key = put_file(index, key, file, status, trusted, hash);
-      writer_.replace(*key, names, extracted.found);
+      writer_.replace(*key, names, extracted.found, extracted.titled_by_front_matter);
       ++summary_.parsed;
     } else if (const auto source = holder(hash)) {
       key = put_file(index, key, file, status, trusted, hash);
-      writer_.replace(*key, names, reader_.read(*source, names.prefix, 0));
+      copy(*source, *key, names);
       ++summary_.reused;
     } else {
-      // The only file that held this content when the update began has changed since.
+      // The files that held this content when the update began hold other records now.
       const repo::Extracted again = repo::extract_file(file, 0, options_.verbose);
       if (again.error) return put_unreadable(index, key, file, *again.error);
       hash = again.hash;
       key = put_file(index, key, file, std::nullopt, false, hash);
-      writer_.replace(*key, names, again.found);
+      writer_.replace(*key, names, again.found, again.titled_by_front_matter);
       ++summary_.parsed;
     }
     forget_content(*key);
     holders_[hash].push_back(*key);
     content_of_[*key] = hash;
+  }
+
+  // Gives the file `key` the records the file `source` holds (which may be itself, under
+  // other names).
+  void copy(std::int64_t source, std::int64_t key, const FileNames& names) {
+    const bool titled = reader_.titled_by_front_matter(source);
+    writer_.replace(key, names, reader_.read(source, names.prefix, 0), titled);
   }
 
   void put_unreadable(std::size_t index, std::optional<std::int64_t> key,
@@ -346,13 +361,18 @@ class Update {
         .bind(3, file.prefix)
         .bind(4, file.root)
         .bind(6, location)
-        .bind(10, std::int64_t{trusted})
-        .bind(12, error);
+        .bind(11, std::int64_t{trusted})
+        .bind(13, error);
     if (!wiki_name.empty()) statement.bind(5, wiki_name);
-    if (status) statement.bind(7, status->size).bind(8, status->mtime_ns).bind(9, status->inode);
-    if (hash) statement.bind_blob(11, stored_hash.data(), stored_hash.size());
+    if (status) {
+      statement.bind(7, status->size)
+          .bind(8, status->mtime_ns)
+          .bind(9, status->ctime_ns)
+          .bind(10, status->inode);
+    }
+    if (hash) statement.bind_blob(12, stored_hash.data(), stored_hash.size());
     if (key) {
-      statement.bind(13, *key).run();
+      statement.bind(14, *key).run();
     } else {
       statement.step();
       key = statement.integer(0);

@@ -171,15 +171,17 @@ store, a store of another schema version, one that is read-only, or busy past th
 
 
 class UpdateSummary:
-    """What ``Store.update`` did: files selected, parsed, reused (given the records of stored
-    content: moved or copied files), unchanged, unreadable and removed, and the messages of
-    what could not be read."""
+    """What ``Store.update`` did: files selected, read (their status was not as stored),
+    parsed, reused (given the records of stored content: moved or copied files), unchanged,
+    unreadable and removed, and the messages of what could not be read."""
 
-    __slots__ = ("files", "parsed", "reused", "unchanged", "unreadable", "removed", "errors")
+    __slots__ = ("files", "read", "parsed", "reused", "unchanged", "unreadable", "removed",
+                 "errors")
 
-    def __init__(self, files: int, parsed: int, reused: int, unchanged: int, unreadable: int,
-                 removed: int, errors: List[str]):
+    def __init__(self, files: int, read: int, parsed: int, reused: int, unchanged: int,
+                 unreadable: int, removed: int, errors: List[str]):
         self.files = files
+        self.read = read
         self.parsed = parsed
         self.reused = reused
         self.unchanged = unchanged
@@ -188,7 +190,8 @@ class UpdateSummary:
         self.errors = errors
 
     def __repr__(self) -> str:
-        return (f"UpdateSummary({self.files} files: {self.parsed} parsed, {self.reused} reused, "
+        return (f"UpdateSummary({self.files} files, {self.read} read: {self.parsed} parsed, "
+                f"{self.reused} reused, "
                 f"{self.unchanged} unchanged, {self.unreadable} unreadable, "
                 f"{self.removed} removed)")
 

@@ -67,6 +67,7 @@ class StoreError(OSError): ...
 
 class UpdateSummary:
     files: int
+    read: int
     parsed: int
     reused: int
     unchanged: int
