@@ -155,7 +155,7 @@ int main(int argc, char** argv) {
       "  tarnwick-md index docs > records.jsonl\n"
       "  tarnwick-md index --prefix guide -v notes/setup.md\n"
       "  git show HEAD:README.md | tarnwick-md index --stdin-path README.md -\n"
-      "  tarnwick-md index --db index.db docs\n\n" +
+      "  tarnwick-md index --db index.db .\n\n" +
       std::string(EXIT_STATUS) + " With --db, 2 also when the store cannot be used.");
 
   // The index store: `index --db` updates it.
@@ -339,7 +339,7 @@ int main(int argc, char** argv) {
       std::string(QUERY_EXIT_STATUS));
   symbols_command->footer(
       "Examples:\n  tarnwick-md symbols --db index.db install\n"
-      "  tarnwick-md symbols --db index.db --limit 5 --json 'config*' file\n\n" +
+      "  tarnwick-md symbols --db index.db --limit 5 --json 'inst*'\n\n" +
       std::string(QUERY_EXIT_STATUS));
 
   std::vector<std::string> commands;
