@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <numeric>
 #include <set>
 #include <system_error>
 
@@ -198,9 +199,10 @@ void walk(const fs::path& root, const SelectionOptions& options, std::vector<Rea
     if (options.ignore_files) git->add_ignore_files_above(root, errors);
   }
   std::set<std::pair<dev_t, ino_t>> visited;
-  std::vector<fs::path> pending{root};
+  // Each directory still to walk, with its path from the root ("" for the root itself).
+  std::vector<std::pair<fs::path, std::string>> pending{{root, ""}};
   while (!pending.empty()) {
-    const fs::path directory = std::move(pending.back());
+    const auto [directory, from_root] = std::move(pending.back());
     pending.pop_back();
     struct stat identity {};
     if (options.follow && ::stat(directory.c_str(), &identity) == 0 &&
@@ -220,7 +222,7 @@ void walk(const fs::path& root, const SelectionOptions& options, std::vector<Rea
       }
       const bool is_directory = fs::is_directory(status);
       const std::string name = it->path().filename().string();
-      std::string path = it->path().lexically_relative(root).generic_string();
+      std::string path = from_root.empty() ? name : from_root + '/' + name;
       if ((!options.hidden && name.starts_with('.')) ||
           (is_directory && (name == "node_modules" || name == ".git")) ||
           matches_any(options.excludes, name, path) ||
@@ -228,7 +230,7 @@ void walk(const fs::path& root, const SelectionOptions& options, std::vector<Rea
         continue;
       }
       if (is_directory) {
-        pending.push_back(it->path());
+        pending.emplace_back(it->path(), path);
         visit(*it, std::move(path), true);
       } else if (fs::is_regular_file(status) || fs::is_symlink(status)) {
         visit(*it, std::move(path), false);
@@ -289,14 +291,18 @@ Selection select_files(const std::vector<std::string>& arguments, const Selectio
       walk(location, options, selection.errors,
            [&](const fs::directory_entry& entry, std::string path, bool is_directory) {
              if (!is_directory && (options.follow || !entry.is_symlink()) &&
-                 is_markdown(entry.path().filename().string())) {
+                 is_markdown(name_of(path))) {
                std::string prefix = fqn_prefix(path);
                found.push_back({entry.path(), std::move(path), std::move(prefix), root});
              }
            });
-      std::sort(found.begin(), found.end(),
-                [](const SourceFile& a, const SourceFile& b) { return a.path < b.path; });
-      for (SourceFile& file : found) {
+      // Sorted by their places rather than moved about: a file is a large value.
+      std::vector<std::size_t> order(found.size());
+      std::iota(order.begin(), order.end(), 0);
+      std::sort(order.begin(), order.end(),
+                [&](std::size_t a, std::size_t b) { return found[a].path < found[b].path; });
+      for (const std::size_t index : order) {
+        SourceFile& file = found[index];
         if (options.paths_from_cwd) {
           file.path = from_cwd(file.location);
           file.prefix = fqn_prefix(file.path);
