@@ -44,7 +44,7 @@ Result<Store> Store::open(const fs::path& file, Access access,
         wal = mode.step() && mode.text(0) == "wal";
       }
       if (!wal) connection.execute("PRAGMA journal_mode = WAL");
-      connection.execute("PRAGMA synchronous = NORMAL");
+      connection.execute("PRAGMA synchronous = NORMAL; PRAGMA cache_size = -32768");
     }
     return Store(std::move(connection), name, access);
   } catch (const sqlite::Error& error) {

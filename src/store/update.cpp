@@ -7,6 +7,7 @@
 #include <deque>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 #include "repo/links.hpp"
 #include "store/records.hpp"
@@ -90,7 +91,7 @@ std::vector<StoredRow> stored_rows(sqlite::Connection& connection) {
   std::vector<StoredRow> rows;
   auto query = connection.prepare(
       "SELECT id, position, path, prefix, root, size, mtime_ns, ctime_ns, inode, trusted, hash "
-      "FROM files ORDER BY position, id");
+      "FROM files");
   while (query.step()) {
     StoredRow& row = rows.emplace_back();
     row.key = query.integer(0);
@@ -104,6 +105,10 @@ std::vector<StoredRow> stored_rows(sqlite::Connection& connection) {
     row.trusted = query.integer(9) != 0;
     if (!query.is_null(10)) row.hash = hash_of(query.blob(10));
   }
+  // In file order (sorted here rather than read through the index of positions: faster).
+  std::sort(rows.begin(), rows.end(), [](const StoredRow& a, const StoredRow& b) {
+    return std::pair(a.position, a.key) < std::pair(b.position, b.key);
+  });
   return rows;
 }
 
@@ -258,18 +263,23 @@ class Update {
   // Pairs each selected file with the stored file of the same path, in order (a path may be
   // selected twice, from two arguments).
   void match(const std::vector<repo::SourceFile>& files) {
-    std::unordered_map<std::string_view, std::deque<std::size_t>> by_path;
-    for (std::size_t row = 0; row < rows_.size(); ++row) {
-      by_path[rows_[row].names.path].push_back(row);
+    constexpr std::size_t NONE = SIZE_MAX;
+    // The first stored row of each path not paired yet, and after each row the next one of its
+    // path.
+    std::unordered_map<std::string_view, std::size_t> first;
+    std::vector<std::size_t> next_of_path(rows_.size(), NONE);
+    for (std::size_t row = rows_.size(); row-- > 0;) {
+      const auto [found, added] = first.try_emplace(rows_[row].names.path, row);
+      if (!added) next_of_path[row] = std::exchange(found->second, row);
     }
     selected_.assign(rows_.size(), false);
     row_of_.assign(files.size(), std::nullopt);
     for (std::size_t index = 0; index < files.size(); ++index) {
-      const auto found = by_path.find(files[index].path);
-      if (found == by_path.end() || found->second.empty()) continue;
-      row_of_[index] = found->second.front();
-      selected_[found->second.front()] = true;
-      found->second.pop_front();
+      const auto found = first.find(files[index].path);
+      if (found == first.end() || found->second == NONE) continue;
+      row_of_[index] = found->second;
+      selected_[found->second] = true;
+      found->second = next_of_path[found->second];
     }
     for (std::size_t row = 0; row < rows_.size(); ++row) {
       if (!selected_[row] && rows_[row].hash) vanished_[*rows_[row].hash].push_back(row);
