@@ -98,7 +98,7 @@ bool RecordReader::titled_by_front_matter(std::int64_t file) {
 }
 
 RecordWriter::RecordWriter(sqlite::Connection& connection, bool index_text)
-    : index_text_(index_text),
+    : indexes_text_(index_text),
       old_symbols_(connection.prepare("SELECT id, local_fqn FROM symbols WHERE file = ?")),
       unindex_text_(connection.prepare(
           "INSERT INTO symbol_text(symbol_text, rowid, name, signature, docstring) "
@@ -107,10 +107,10 @@ RecordWriter::RecordWriter(sqlite::Connection& connection, bool index_text)
       delete_references_(connection.prepare("DELETE FROM refs WHERE file = ?")),
       insert_symbol_(connection.prepare(
           "INSERT INTO symbols(id, file, ordinal, name, kind, local_fqn, start_line, end_line, "
-          "signature, is_export, docstring, anchor) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?) "
-          "RETURNING id")),
-      index_text_of_(connection.prepare(
-          "INSERT INTO symbol_text(rowid, name, signature, docstring) VALUES (?, ?, ?, ?)")),
+          "signature, is_export, docstring, anchor) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")),
+      index_text_(
+          connection.prepare("INSERT INTO symbol_text(rowid, name, signature, docstring) "
+                             "SELECT id, name, signature, docstring FROM symbols WHERE file = ?")),
       insert_reference_(connection.prepare(
           "INSERT INTO refs(file, name, qualifier, kind, line, local_source_fqn, target, "
           "wiki_name) VALUES (?, ?, ?, ?, ?, ?, ?, ?)")) {}
@@ -120,7 +120,7 @@ std::unordered_map<std::string, std::int64_t> RecordWriter::take_out(std::int64_
   old_symbols_.bind(1, file);
   while (old_symbols_.step()) keys.emplace(old_symbols_.text(1), old_symbols_.integer(0));
   old_symbols_.reset();
-  if (index_text_ && !keys.empty()) unindex_text_.bind(1, file).run();
+  if (indexes_text_ && !keys.empty()) unindex_text_.bind(1, file).run();
   if (!keys.empty()) delete_symbols_.bind(1, file).run();
   delete_references_.bind(1, file).run();
   return keys;
@@ -149,17 +149,9 @@ void RecordWriter::replace(std::int64_t file, const FileNames& names,
         .bind(10, std::int64_t{symbol.is_export})
         .bind(11, symbol.docstring)
         .bind(12, anchor);
-    insert_symbol_.step();
-    const std::int64_t key = insert_symbol_.integer(0);
-    insert_symbol_.reset();
-    if (index_text_) {
-      index_text_of_.bind(1, key)
-          .bind(2, symbol.name)
-          .bind(3, symbol.signature)
-          .bind(4, symbol.docstring)
-          .run();
-    }
+    insert_symbol_.run();
   }
+  if (indexes_text_ && !document.symbols.empty()) index_text_.bind(1, file).run();
   for (const ReferenceInfo& reference : document.references) {
     const Leads to = leads(names, reference);
     std::optional<std::string> local_source;

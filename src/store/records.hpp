@@ -54,13 +54,13 @@ class RecordWriter {
   // Removes the records, and gives the keys of the symbols by their FQN without the prefix.
   std::unordered_map<std::string, std::int64_t> take_out(std::int64_t file);
 
-  bool index_text_;
+  bool indexes_text_;
   sqlite::Statement old_symbols_;
   sqlite::Statement unindex_text_;
   sqlite::Statement delete_symbols_;
   sqlite::Statement delete_references_;
   sqlite::Statement insert_symbol_;
-  sqlite::Statement index_text_of_;
+  sqlite::Statement index_text_;
   sqlite::Statement insert_reference_;
 };
 
