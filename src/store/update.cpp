@@ -48,8 +48,8 @@ std::int64_t now_ns() {
   return nanoseconds(now);
 }
 
-// A file written this close to the start of an update, or after it, may change again within
-// the same modification time (file systems keep coarse times, some to two seconds): its status
+// A file written or changed this close to the start of an update, or after it, may change
+// again within the same times (file systems keep coarse times, some to two seconds): its status
 // is not trusted, and the next update reads it again.
 constexpr std::int64_t RACY_NS = 3'000'000'000;
 
