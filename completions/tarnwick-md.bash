@@ -2,13 +2,13 @@
 _tarnwick_md() {
   local word=${COMP_WORDS[COMP_CWORD]} command=${COMP_WORDS[1]}
   if ((COMP_CWORD == 1)); then
-    mapfile -t COMPREPLY < <(compgen -W "index check outline links lsp help --help --version -V" -- "$word")
+    mapfile -t COMPREPLY < <(compgen -W "index check outline links lsp export refs symbols help --help --version -V" -- "$word")
     return
   fi
   case $command in
     index)
       if [[ $word == -* ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "--help --verbose --quiet --prefix --stdin-path --hidden --follow --no-ignore --exclude --paths-from-cwd --files --jobs -h -v -q -j" -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W "--help --verbose --quiet --prefix --stdin-path --hidden --follow --no-ignore --exclude --paths-from-cwd --files --jobs --db --rebuild -h -v -q -j" -- "$word")
       else
         mapfile -t COMPREPLY < <(compgen -f -- "$word")
       fi
@@ -32,7 +32,16 @@ _tarnwick_md() {
       fi
       ;;
     lsp) mapfile -t COMPREPLY < <(compgen -W "--help --stdio -h" -- "$word") ;;
-    help) mapfile -t COMPREPLY < <(compgen -W "index check outline links lsp" -- "$word") ;;
+    export | refs | symbols)
+      if [[ $word == -* ]]; then
+        local options="--help --db -h"
+        [ "$command" = export ] || options+=" --json --limit"
+        mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
+      elif [[ ${COMP_WORDS[COMP_CWORD - 1]} == --db || $command == refs ]]; then
+        mapfile -t COMPREPLY < <(compgen -f -- "$word")
+      fi
+      ;;
+    help) mapfile -t COMPREPLY < <(compgen -W "index check outline links lsp export refs symbols" -- "$word") ;;
   esac
 }
 complete -o filenames -F _tarnwick_md tarnwick-md

@@ -157,9 +157,31 @@ out=$(cd "$work" && "$binary" index --paths-from-cwd a b | grep -o '"path":"[^"]
 [ "$out" = '"path":"a/README.md","file_id":1,"id":null,"name":"X","kind":"section","fqn":"a.README.X" "path":"b/README.md","file_id":2,"id":null,"name":"Y","kind":"section","fqn":"b.README.Y" ' ] &&
   ok || fail "index --paths-from-cwd a b gave $out"
 
+# The index store: usage errors, stores that cannot be used, and what queries exit with.
+expect "index --db store.db -" 2 "not '-' (stdin)"
+expect "index --db store.db --files docs" 2 "--files and --db cannot be used together"
+expect "index --rebuild docs" 2 "--rebuild needs --db"
+expect "index --db store.db --hidden" 2 "--hidden needs PATH with --db"
+expect "export" 2 "--db is required"
+expect "export --db missing.db" 2 "tarnwick-md: no store at missing.db"
+expect "refs --db store.db" 2 "TARGET is required"
+expect "symbols --db store.db --limit 0 guide" 2 "--limit"
+expect "export --db docs/guide.md" 2 "docs/guide.md is not a tarnwick-md store"
+expect "index --db store.db docs" 0 "store.db: 1 files (1 read), 1 re-indexed (1 parsed), 0 unchanged"
+expect "index --db store.db" 0 "0 re-indexed (0 parsed), 1 unchanged"
+expect "export --db store.db" 0 "-"
+expect "refs --db store.db a.md" 0 "-"
+expect "refs --db store.db guide.md" 1 "no reference leads to guide.md"
+expect "symbols --db store.db guide" 0 "-"
+expect "symbols --db store.db nothing" 1 "no section matches nothing"
+out=$(cd "$work" && "$binary" refs --db store.db a.md)
+[ "$out" = "guide.md:2  doc_link   a.md  guide.Guide" ] && ok || fail "refs printed: $out"
+out=$(cd "$work" && "$binary" export --db store.db)
+[ "$out" = "$(cd "$work" && "$binary" index docs)" ] && ok || fail "export printed: $out"
+
 # Nothing lost silently: a full disk is an error, for every command that writes.
 for args in "index docs" "outline docs/guide.md" "links docs/guide.md" "--help" "help index" \
-  "--version"; do
+  "--version" "export --db store.db" "refs --db store.db a.md" "symbols --db store.db guide"; do
   err=$(cd "$work" && eval "\"$binary\" $args" 2>&1 >/dev/full)
   status=$?
   if [ "$status" = 0 ] || [[ $err != *"tarnwick-md: write error: "* ]]; then
@@ -280,13 +302,14 @@ expect "check site" 1 "1 file, 3 links checked: 3 problems (1 missing-anchor-oth
 # Every example of the help runs, in a repository that has the files they name.
 examples_dir=$work/help-examples
 mkdir -p "$examples_dir/docs" "$examples_dir/notes"
-printf '# Tour\n[a](a.md)\n' >"$examples_dir/docs/tour.md"
+printf '# Tour\n[a](a.md) [setup](setup.md#install)\n' >"$examples_dir/docs/tour.md"
+printf '# Setup\n## Install\nRun the installer.\n' >"$examples_dir/docs/setup.md"
 printf '# Setup\n' >"$examples_dir/notes/setup.md"
 printf '# Read me\n' >"$examples_dir/README.md"
 git -C "$examples_dir" init -q
 git -C "$examples_dir" add README.md
 git -C "$examples_dir" -c user.name=t -c user.email=t@t commit -qm examples
-for command in index check outline links; do
+for command in index check outline links export refs symbols; do
   while IFS= read -r example; do
     # check exits with 1 when it finds problems, which is what an example may show.
     (cd "$examples_dir" && PATH="$(dirname "$binary"):$PATH" bash -o pipefail -c "$example" >/dev/null 2>&1)
@@ -302,9 +325,7 @@ done
 # The man page and the completions know every option of the help, and the bash one parses.
 source_dir=$(dirname "$examples")/..
 for option in $( (
-  "$binary" index --help
-  "$binary" check --help
-  "$binary" lsp --help
+  for command in index check lsp export refs symbols; do "$binary" "$command" --help; done
 ) | grep -o -- '--[a-z-]*' | sort -u); do
   for file in docs/man/tarnwick-md.1 completions/tarnwick-md.bash completions/_tarnwick-md; do
     text=$(sed 's/\\-/-/g' "$source_dir/$file")

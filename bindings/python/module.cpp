@@ -1,14 +1,19 @@
-// tarnwick_markdown._core: the engine and the command line's file selection, for Python.
+// tarnwick_markdown._core: the engine, the command line's file selection, the link check and
+// the index store, for Python.
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <chrono>
+#include <mutex>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "check/find.hpp"
 #include "repo/extraction.hpp"
 #include "repo/records.hpp"
+#include "store/store.hpp"
 #include "tarnwick/markdown.hpp"
 #include "text/utf8.hpp"
 
@@ -143,7 +148,8 @@ py::list index_files(const std::vector<std::tuple<std::string, std::string, std:
                      unsigned jobs, std::int64_t first_file_id, const py::object& symbol_type,
                      const py::object& reference_type) {
   std::vector<tarnwick::repo::SourceFile> sources;
-  for (const auto& [location, path, prefix] : files) sources.push_back({location, path, prefix});
+  for (const auto& [location, path, prefix] : files)
+    sources.push_back({location, path, prefix, {}});
   std::vector<tarnwick::repo::Extracted> extracted;
   extracted.reserve(sources.size());
   {
@@ -177,7 +183,8 @@ py::bytes index_files_jsonl(
     const std::vector<std::tuple<std::string, std::string, std::string>>& files, unsigned jobs,
     std::int64_t first_file_id) {
   std::vector<tarnwick::repo::SourceFile> sources;
-  for (const auto& [location, path, prefix] : files) sources.push_back({location, path, prefix});
+  for (const auto& [location, path, prefix] : files)
+    sources.push_back({location, path, prefix, {}});
   std::string text;
   std::optional<std::string> error;
   {
@@ -244,6 +251,130 @@ py::tuple check_paths(const std::vector<std::string>& paths, const std::optional
   return py::make_tuple(problems, result.files, result.links, result.errors);
 }
 
+// A store that cannot be opened, updated or read: raised as the package's StoreError.
+class StoreFailure : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+template <typename T>
+T& value_of(tarnwick::store::Result<T>& result) {
+  if (!result.ok()) throw StoreFailure(result.failure().message);
+  return *result;
+}
+
+// A connection to an index store, for one Python object. Its calls release the GIL while
+// SQLite and the engine work, and take turns, so that threads may share it.
+class PyStore {
+ public:
+  PyStore(const std::string& path, double timeout, bool rebuild) {
+    const auto access =
+        rebuild ? tarnwick::store::Access::rebuild : tarnwick::store::Access::update;
+    const auto wait = std::chrono::milliseconds(static_cast<std::int64_t>(timeout * 1000));
+    auto opened = [&] {
+      py::gil_scoped_release released;
+      return tarnwick::store::Store::open(path, access, wait);
+    }();
+    store_.emplace(std::move(value_of(opened)));
+  }
+
+  // Brings the store up to date: (files, read, parsed, reused, unchanged, unreadable, removed,
+  // errors as messages).
+  py::tuple update(const std::optional<std::vector<std::string>>& paths, bool hidden, bool follow,
+                   bool no_ignore, const std::vector<std::string>& excludes, bool paths_from_cwd,
+                   const std::optional<std::string>& prefix, unsigned jobs) {
+    std::optional<tarnwick::store::Sources> sources;
+    if (paths) {
+      sources.emplace();
+      sources->paths = *paths;
+      sources->selection.hidden = hidden;
+      sources->selection.follow = follow;
+      sources->selection.git_ignores = !no_ignore;
+      sources->selection.excludes = excludes;
+      sources->selection.paths_from_cwd = paths_from_cwd;
+      sources->selection.prefix = prefix;
+    }
+    auto updated = [&] {
+      py::gil_scoped_release released;
+      const std::lock_guard lock(mutex_);
+      return open().update(sources, {.jobs = jobs, .verbose = false, .reading = {}, .read = {}});
+    }();
+    const tarnwick::store::UpdateSummary& summary = value_of(updated);
+    py::list errors;
+    for (const auto& e : summary.errors) errors.append("cannot read " + e.what + ": " + e.reason);
+    return py::make_tuple(summary.files, summary.read, summary.parsed, summary.reused,
+                          summary.unchanged, summary.unreadable, summary.removed, errors);
+  }
+
+  py::list references_to(const std::string& target, const py::object& reference_type) {
+    auto found = [&] {
+      py::gil_scoped_release released;
+      const std::lock_guard lock(mutex_);
+      return open().references_to(target);
+    }();
+    const RecordTypes types{py::none(), reference_type};
+    py::list records;
+    for (const auto& each : value_of(found)) {
+      records.append(
+          reference_record(types, text(each.file.path), each.file.file_id, each.reference));
+    }
+    return records;
+  }
+
+  py::list symbols_matching(const std::string& query, std::size_t limit,
+                            const py::object& symbol_type) {
+    auto found = [&] {
+      py::gil_scoped_release released;
+      const std::lock_guard lock(mutex_);
+      return open().symbols_matching(query, limit);
+    }();
+    const RecordTypes types{symbol_type, py::none()};
+    py::list records;
+    for (const auto& each : value_of(found)) {
+      records.append(symbol_record(types, text(each.file.path), each.symbol));
+    }
+    return records;
+  }
+
+  // Every record, as `tarnwick-md export` writes them.
+  py::list export_records(const py::object& symbol_type, const py::object& reference_type) {
+    std::vector<std::pair<tarnwick::store::StoredFile, tarnwick::IndexedDocument>> files;
+    auto exported = [&] {
+      py::gil_scoped_release released;
+      const std::lock_guard lock(mutex_);
+      return open().export_records(
+          [&](const tarnwick::store::StoredFile& file, const tarnwick::IndexedDocument& document) {
+            files.emplace_back(file, document);
+            return true;
+          });
+    }();
+    value_of(exported);
+    const RecordTypes types{symbol_type, reference_type};
+    py::list out;
+    for (const auto& [file, document] : files) {
+      auto [all, references] = records(types, file.path, file.file_id, document);
+      for (const auto& r : all) out.append(r);
+      for (const auto& r : references) out.append(r);
+    }
+    return out;
+  }
+
+  void close() {
+    py::gil_scoped_release released;
+    const std::lock_guard lock(mutex_);
+    store_.reset();
+  }
+
+ private:
+  tarnwick::store::Store& open() {
+    if (!store_) throw StoreFailure("the store is closed");
+    return *store_;
+  }
+
+  std::mutex mutex_;
+  std::optional<tarnwick::store::Store> store_;
+};
+
 }  // namespace
 
 PYBIND11_MODULE(_core, module) {
@@ -260,4 +391,16 @@ PYBIND11_MODULE(_core, module) {
              py::arg("wiki"), py::arg("changed"), py::arg("changed_since"), py::arg("jobs"));
   module.def("index_files", &index_files, py::arg("files"), py::arg("jobs"),
              py::arg("first_file_id"), py::arg("symbol_type"), py::arg("reference_type"));
+  py::register_exception<StoreFailure>(module, "StoreError", PyExc_OSError);
+  py::class_<PyStore>(module, "Store")
+      .def(py::init<const std::string&, double, bool>(), py::arg("path"), py::arg("timeout"),
+           py::arg("rebuild"))
+      .def("update", &PyStore::update, py::arg("paths"), py::arg("hidden"), py::arg("follow"),
+           py::arg("no_ignore"), py::arg("exclude"), py::arg("paths_from_cwd"), py::arg("prefix"),
+           py::arg("jobs"))
+      .def("references_to", &PyStore::references_to, py::arg("target"), py::arg("reference_type"))
+      .def("symbols_matching", &PyStore::symbols_matching, py::arg("query"), py::arg("limit"),
+           py::arg("symbol_type"))
+      .def("export", &PyStore::export_records, py::arg("symbol_type"), py::arg("reference_type"))
+      .def("close", &PyStore::close);
 }

@@ -16,6 +16,7 @@
 #include "cli/check.hpp"
 #include "cli/index.hpp"
 #include "cli/output.hpp"
+#include "cli/store.hpp"
 #include "cli/views.hpp"
 #include "lsp/server.hpp"
 #include "tarnwick/markdown.hpp"
@@ -27,11 +28,20 @@ constexpr const char* PROGRAM = "tarnwick-md";
 
 constexpr const char* SHORT_USAGE =
     "Usage: tarnwick-md COMMAND [OPTIONS] [ARGS...]\n"
-    "Commands: index, check, outline, links, lsp, help. Run 'tarnwick-md help' for more.\n";
+    "Commands: index, check, outline, links, lsp, export, refs, symbols, help. Run "
+    "'tarnwick-md help' for more.\n";
 
 constexpr const char* EXIT_STATUS =
     "Exit status: 0 success, 1 some input could not be read or the output could not be "
     "written, 2 usage error.";
+
+constexpr const char* EXPORT_EXIT_STATUS =
+    "Exit status: 0 success, 1 the last update could not read some input or the output could "
+    "not be written, 2 usage error or a store that cannot be read.";
+
+constexpr const char* QUERY_EXIT_STATUS =
+    "Exit status: 0 something found, 1 nothing found or the output could not be written, 2 "
+    "usage error or a store that cannot be read.";
 
 constexpr const char* CHECK_EXIT_STATUS =
     "Exit status: 0 no problem, 1 problems found, 2 usage error, or some input could not be "
@@ -144,8 +154,22 @@ int main(int argc, char** argv) {
       "Examples:\n"
       "  tarnwick-md index docs > records.jsonl\n"
       "  tarnwick-md index --prefix guide -v notes/setup.md\n"
-      "  git show HEAD:README.md | tarnwick-md index --stdin-path README.md -\n\n" +
-      std::string(EXIT_STATUS));
+      "  git show HEAD:README.md | tarnwick-md index --stdin-path README.md -\n"
+      "  tarnwick-md index --db index.db .\n\n" +
+      std::string(EXIT_STATUS) + " With --db, 2 also when the store cannot be used.");
+
+  // The index store: `index --db` updates it.
+  std::optional<std::string> index_db;
+  bool index_rebuild = false;
+  index_command
+      ->add_option("--db", index_db,
+                   "Create or update the SQLite store FILE instead of printing the records: only "
+                   "files whose size, time or inode changed are read, and only content the "
+                   "store does not hold is parsed. Without PATH, the last update's paths and "
+                   "selection are indexed again.")
+      ->type_name("FILE");
+  index_command->add_flag("--rebuild", index_rebuild,
+                          "With --db: start the store over (also one of another schema version).");
 
   tarnwick::check::CheckOptions check;
   auto* check_command = app.add_subcommand(
@@ -263,6 +287,61 @@ int main(int argc, char** argv) {
       "Exit status: 0 after the client's shutdown and exit, 1 when the session ended without "
       "shutdown, 2 usage error.");
 
+  // The index store's export and queries.
+  std::string export_db;
+  auto* export_command = app.add_subcommand(
+      "export",
+      "Print the records of an index store as JSON Lines: byte for byte what index prints for "
+      "the paths and selection of the store's last update.");
+  export_command->add_option("--db", export_db, "The store, made by index --db.")
+      ->type_name("FILE")
+      ->required();
+  export_command->footer("Examples:\n  tarnwick-md export --db index.db > records.jsonl\n\n" +
+                         std::string(EXPORT_EXIT_STATUS));
+  tarnwick::cli::QueryCommand query;
+  auto* refs_command = app.add_subcommand(
+      "refs",
+      "Show the references of an index store that lead to a file: document links resolved from "
+      "the linking file's folder, and wiki links to the one page they name.");
+  refs_command
+      ->add_option("TARGET", query.question,
+                   "A path as the records write it; with #FRAGMENT, only the links to that "
+                   "anchor (written so, or naming the same heading).")
+      ->required()
+      ->type_name("");
+  auto* symbols_command = app.add_subcommand(
+      "symbols",
+      "Search the sections of an index store by the words of their names, heading paths and "
+      "docstrings, best match first.");
+  std::vector<std::string> query_words;
+  symbols_command
+      ->add_option("QUERY", query_words,
+                   "Words that a section must all hold, in any order, in any case; a word ending "
+                   "in '*' matches the words it starts.")
+      ->required()
+      ->type_name("");
+  std::size_t symbols_limit = 20;
+  for (CLI::App* command : {refs_command, symbols_command}) {
+    command->add_option("--db", query.db, "The store, made by index --db.")
+        ->type_name("FILE")
+        ->required();
+    command->add_flag("--json", query.json, "Print the records of index instead, as JSON Lines.");
+  }
+  refs_command->add_option("--limit", query.limit, "Show at most N references, in file order.")
+      ->type_name("N")
+      ->check(CLI::PositiveNumber.description(""));
+  symbols_command->add_option("--limit", symbols_limit, "Show at most N sections. Default: 20.")
+      ->type_name("N")
+      ->check(CLI::PositiveNumber.description(""));
+  refs_command->footer(
+      "Examples:\n  tarnwick-md refs --db index.db docs/setup.md\n"
+      "  tarnwick-md refs --db index.db --json 'docs/setup.md#install'\n\n" +
+      std::string(QUERY_EXIT_STATUS));
+  symbols_command->footer(
+      "Examples:\n  tarnwick-md symbols --db index.db install\n"
+      "  tarnwick-md symbols --db index.db --limit 5 --json 'inst*'\n\n" +
+      std::string(QUERY_EXIT_STATUS));
+
   std::vector<std::string> commands;
   for (const CLI::App* command : app.get_subcommands({})) commands.push_back(command->get_name());
   commands.push_back("help");
@@ -342,6 +421,46 @@ int main(int argc, char** argv) {
     std::ios::sync_with_stdio(false);
     return tarnwick::cli::run_check(check, std::cout, std::cerr);
   }
+  if (index_command->parsed() && index_db) {
+    tarnwick::cli::UpdateCommand update{index, *index_db, index_rebuild, index.paths.empty()};
+    update.index.selection.git_ignores = !no_ignore;
+    if (std::find(index.paths.begin(), index.paths.end(), "-") != index.paths.end()) {
+      return usage_error("--db indexes files it can read again, not '-' (stdin)", std::nullopt);
+    }
+    if (index.list_files) {
+      return usage_error("--files and --db cannot be used together", std::nullopt);
+    }
+    if (index.selection.prefix &&
+        (index.paths.size() != 1 || std::filesystem::is_directory(index.paths[0]))) {
+      return usage_error("--prefix needs a single file argument", std::nullopt);
+    }
+    for (const char* selection :
+         {"--stdin-path", "--hidden", "--follow", "--no-ignore", "--exclude", "--paths-from-cwd"}) {
+      if (update.repeat && index_command->count(selection) > 0) {
+        return usage_error(std::string(selection) +
+                               " needs PATH with --db: without PATH, the last update's "
+                               "selection is repeated",
+                           std::nullopt);
+      }
+    }
+    return tarnwick::cli::run_update(update, std::cerr);
+  }
+  if (index_rebuild && index_command->parsed()) {
+    return usage_error("--rebuild needs --db", std::nullopt);
+  }
+  if (export_command->parsed()) {
+    std::ios::sync_with_stdio(false);
+    return tarnwick::cli::run_export(export_db, std::cout, std::cerr);
+  }
+  if (refs_command->parsed()) return tarnwick::cli::run_refs(query, std::cout, std::cerr);
+  if (symbols_command->parsed()) {
+    for (const std::string& word : query_words) {
+      query.question += (query.question.empty() ? "" : " ") + word;
+    }
+    query.limit = symbols_limit;
+    return tarnwick::cli::run_symbols(query, std::cout, std::cerr);
+  }
+
   if (outline_command->parsed()) {
     status = tarnwick::cli::run_outline(view, std::cout, std::cerr);
   } else if (links_command->parsed()) {

@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "cli/output.hpp"
 #include "repo/extraction.hpp"
 #include "repo/outline.hpp"
 #include "repo/records.hpp"
@@ -19,25 +20,6 @@ namespace tarnwick::cli {
 namespace {
 
 constexpr std::size_t DOCSTRING_WIDTH = 72;
-
-// Text as a terminal may show it: control characters (C0, DEL and C1), which could move the
-// cursor or retitle the window, are written as escapes (\x1b, \u{9b}).
-std::string printable(std::string_view text) {
-  std::string out;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    if (byte < 0x20 || byte == 0x7F) {
-      out += fmt::format("\\x{:02x}", byte);
-    } else if (byte == 0xC2 && i + 1 < text.size() &&
-               static_cast<unsigned char>(text[i + 1]) >= 0x80 &&
-               static_cast<unsigned char>(text[i + 1]) <= 0x9F) {
-      out += fmt::format("\\u{{{:x}}}", static_cast<unsigned char>(text[++i]));
-    } else {
-      out += text[i];
-    }
-  }
-  return out;
-}
 
 // Lines cut to the terminal's width when stdout is a terminal; whole otherwise.
 class Screen {

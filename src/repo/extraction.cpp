@@ -1,5 +1,7 @@
 #include "repo/extraction.hpp"
 
+#include <xxhash.h>
+
 #include <algorithm>
 #include <condition_variable>
 #include <map>
@@ -35,9 +37,24 @@ std::string debug_line(const SourceFile& file, std::string_view message) {
   return file.location.string() + ":" + std::to_string(at_line) + ": " + text;
 }
 
+// A section starts on the first line only as a heading or as the front matter's title, and
+// a heading cannot start on a line that is "---" or "+++", which opens front matter.
+bool titled_by_front_matter(std::string_view bytes, const IndexedDocument& found) {
+  if (found.symbols.empty() || found.symbols.front().start_line != 1) return false;
+  std::string_view first = bytes.substr(0, bytes.find_first_of("\r\n"));
+  while (first.ends_with(' ') || first.ends_with('\t')) first.remove_suffix(1);
+  return first == "---" || first == "+++";
+}
+
 }  // namespace
 
-Extracted extract_file(const SourceFile& file, std::int64_t file_id, bool verbose) {
+ContentHash content_hash(std::string_view bytes) {
+  const XXH128_hash_t hash = XXH3_128bits(bytes.data(), bytes.size());
+  return {hash.high64, hash.low64};
+}
+
+Extracted extract_file(const SourceFile& file, std::int64_t file_id, bool verbose,
+                       const ParseFilter& parse_if) {
   Extracted extracted;
   extracted.file_id = file_id;
   std::string reason;
@@ -47,6 +64,8 @@ Extracted extract_file(const SourceFile& file, std::int64_t file_id, bool verbos
     return extracted;
   }
   extracted.bytes = bytes->size();
+  extracted.hash = content_hash(*bytes);
+  if (parse_if && !parse_if(extracted.hash)) return extracted;
   tarnwick::IndexOptions options{.prefix = file.prefix, .file_id = file_id, .debug_log = {}};
   if (verbose) {
     options.debug_log = [&extracted, &file](std::string_view, std::string_view message) {
@@ -56,6 +75,8 @@ Extracted extract_file(const SourceFile& file, std::int64_t file_id, bool verbos
   // A failure inside the engine must not end the whole run: it becomes that file's error.
   try {
     extracted.found = index_markdown(*bytes, file.path, options);
+    extracted.parsed = true;
+    extracted.titled_by_front_matter = titled_by_front_matter(*bytes, extracted.found);
   } catch (const std::length_error& too_large) {
     extracted.error = ReadError{file.location.string(), too_large.what()};
   } catch (const std::exception& failure) {
@@ -91,12 +112,13 @@ std::size_t held_bytes(const Extracted& extracted) {
 
 void extract_in_order(const std::vector<SourceFile>& files, std::int64_t first_file_id,
                       unsigned jobs, bool verbose,
-                      const std::function<bool(const SourceFile&, const Extracted&)>& emit) {
+                      const std::function<bool(const SourceFile&, const Extracted&)>& emit,
+                      const ParseFilter& parse_if) {
   if (jobs <= 1) {
     // One job needs no workers: the calling thread extracts and emits with no handoff.
     for (std::size_t index = 0; index < files.size(); ++index) {
       const auto file_id = first_file_id + static_cast<std::int64_t>(index);
-      if (!emit(files[index], extract_file(files[index], file_id, verbose))) return;
+      if (!emit(files[index], extract_file(files[index], file_id, verbose, parse_if))) return;
     }
     return;
   }
@@ -116,8 +138,8 @@ void extract_in_order(const std::vector<SourceFile>& files, std::int64_t first_f
         if (next_to_take == files.size()) return;
         index = next_to_take++;
       }
-      Extracted extracted =
-          extract_file(files[index], first_file_id + static_cast<std::int64_t>(index), verbose);
+      Extracted extracted = extract_file(
+          files[index], first_file_id + static_cast<std::int64_t>(index), verbose, parse_if);
       bool is_next;
       {
         const std::lock_guard lock(mutex);

@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <vector>
 
+#include "gfm/slug.hpp"
+
 namespace tarnwick::repo {
 
 namespace {
@@ -40,6 +42,22 @@ std::string_view stem_of(std::string_view name) {
 
 bool is_markdown(std::string_view name) {
   return ends_with_ascii_nocase(name, ".md") || ends_with_ascii_nocase(name, ".markdown");
+}
+
+std::string_view wiki_page(std::string_view page) {
+  return is_markdown(page) ? stem_of(page) : page;
+}
+
+std::string wiki_name(std::string_view page) {
+  return gfm::lowercase(name_of(wiki_page(page)));
+}
+
+bool names_page(std::string_view path, std::string_view page) {
+  if (!is_markdown(name_of(path))) return false;
+  const std::string stem = gfm::lowercase(stem_of(path));
+  const std::string lowered = gfm::lowercase(wiki_page(page));
+  return stem == lowered || (stem.size() > lowered.size() && stem.ends_with(lowered) &&
+                             stem[stem.size() - lowered.size() - 1] == '/');
 }
 
 std::optional<std::string> percent_decode(std::string_view text) {

@@ -16,6 +16,16 @@ std::string_view stem_of(std::string_view name);
 // Whether a file name names a Markdown file: *.md or *.markdown, in any case.
 bool is_markdown(std::string_view name);
 
+// The page a wiki link names, without a Markdown extension: [[Guide.md]] names what [[Guide]]
+// does.
+std::string_view wiki_page(std::string_view page);
+// The name under which a wiki link's page and the Markdown files it may name meet: the last
+// name of the page (or of the file's path) without a Markdown extension, lowercased.
+std::string wiki_name(std::string_view page);
+// Whether a wiki link's page names the Markdown file at `path`: the file's path without its
+// extension is the page, or ends with "/" and the page, in any letter case.
+bool names_page(std::string_view path, std::string_view page);
+
 // The text with its %XX escapes decoded; none when a "%" starts no escape.
 std::optional<std::string> percent_decode(std::string_view text);
 

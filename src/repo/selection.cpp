@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <numeric>
 #include <set>
 #include <system_error>
 
@@ -198,9 +199,10 @@ void walk(const fs::path& root, const SelectionOptions& options, std::vector<Rea
     if (options.ignore_files) git->add_ignore_files_above(root, errors);
   }
   std::set<std::pair<dev_t, ino_t>> visited;
-  std::vector<fs::path> pending{root};
+  // Each directory still to walk, with its path from the root ("" for the root itself).
+  std::vector<std::pair<fs::path, std::string>> pending{{root, ""}};
   while (!pending.empty()) {
-    const fs::path directory = std::move(pending.back());
+    const auto [directory, from_root] = std::move(pending.back());
     pending.pop_back();
     struct stat identity {};
     if (options.follow && ::stat(directory.c_str(), &identity) == 0 &&
@@ -220,7 +222,7 @@ void walk(const fs::path& root, const SelectionOptions& options, std::vector<Rea
       }
       const bool is_directory = fs::is_directory(status);
       const std::string name = it->path().filename().string();
-      std::string path = it->path().lexically_relative(root).generic_string();
+      std::string path = from_root.empty() ? name : from_root + '/' + name;
       if ((!options.hidden && name.starts_with('.')) ||
           (is_directory && (name == "node_modules" || name == ".git")) ||
           matches_any(options.excludes, name, path) ||
@@ -228,7 +230,7 @@ void walk(const fs::path& root, const SelectionOptions& options, std::vector<Rea
         continue;
       }
       if (is_directory) {
-        pending.push_back(it->path());
+        pending.emplace_back(it->path(), path);
         visit(*it, std::move(path), true);
       } else if (fs::is_regular_file(status) || fs::is_symlink(status)) {
         visit(*it, std::move(path), false);
@@ -242,6 +244,15 @@ void walk(const fs::path& root, const SelectionOptions& options, std::vector<Rea
 std::string from_cwd(const fs::path& location) {
   std::string path = location.lexically_normal().generic_string();
   return path.starts_with("./") ? path.substr(2) : path;
+}
+
+// The root of a directory argument's files as their paths are written: the directory itself
+// from the current directory when paths are, else the start of every path.
+std::string directory_root(const fs::path& directory, const SelectionOptions& options) {
+  if (!options.paths_from_cwd) return "";
+  std::string root = from_cwd(directory);
+  while (root.size() > 1 && root.ends_with('/')) root.pop_back();
+  return root == "." ? "" : root;
 }
 
 }  // namespace
@@ -262,7 +273,8 @@ Selection select_files(const std::vector<std::string>& arguments, const Selectio
   for (const auto& argument : arguments) {
     if (argument == "-") {
       const std::string path = options.stdin_path.value_or("-");
-      selection.files.push_back({"/dev/stdin", path, options.prefix.value_or(fqn_prefix(path))});
+      selection.files.push_back(
+          {"/dev/stdin", path, options.prefix.value_or(fqn_prefix(path)), ""});
       continue;
     }
     const fs::path location(argument);
@@ -274,18 +286,23 @@ Selection select_files(const std::vector<std::string>& arguments, const Selectio
       continue;
     }
     if (fs::is_directory(status)) {
+      const std::string root = directory_root(location, options);
       std::vector<SourceFile> found;
       walk(location, options, selection.errors,
            [&](const fs::directory_entry& entry, std::string path, bool is_directory) {
              if (!is_directory && (options.follow || !entry.is_symlink()) &&
-                 is_markdown(entry.path().filename().string())) {
+                 is_markdown(name_of(path))) {
                std::string prefix = fqn_prefix(path);
-               found.push_back({entry.path(), std::move(path), std::move(prefix)});
+               found.push_back({entry.path(), std::move(path), std::move(prefix), root});
              }
            });
-      std::sort(found.begin(), found.end(),
-                [](const SourceFile& a, const SourceFile& b) { return a.path < b.path; });
-      for (SourceFile& file : found) {
+      // Sorted by their places rather than moved about: a file is a large value.
+      std::vector<std::size_t> order(found.size());
+      std::iota(order.begin(), order.end(), 0);
+      std::sort(order.begin(), order.end(),
+                [&](std::size_t a, std::size_t b) { return found[a].path < found[b].path; });
+      for (const std::size_t index : order) {
+        SourceFile& file = found[index];
         if (options.paths_from_cwd) {
           file.path = from_cwd(file.location);
           file.prefix = fqn_prefix(file.path);
@@ -293,9 +310,11 @@ Selection select_files(const std::vector<std::string>& arguments, const Selectio
         selection.files.push_back(std::move(file));
       }
     } else {
+      // A file argument's folder is its root.
       const std::string path =
           options.paths_from_cwd ? from_cwd(location) : location.filename().string();
-      selection.files.push_back({location, path, options.prefix.value_or(fqn_prefix(path))});
+      selection.files.push_back({location, path, options.prefix.value_or(fqn_prefix(path)),
+                                 std::string(parent_of(path))});
     }
   }
   return selection;

@@ -15,6 +15,9 @@ struct SourceFile {
   std::filesystem::path location;  // where to read it
   std::string path;                // relative to its argument, with "/" separators
   std::string prefix;              // the FQN prefix of its symbols
+  // Where a link's leading "/" starts, written as `path` is: its directory argument, or a file
+  // argument's folder ("" unless paths are written from the current directory).
+  std::string root;
 };
 
 // A file or argument that could not be read, and why.

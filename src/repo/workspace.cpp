@@ -123,14 +123,11 @@ std::optional<std::string> Workspace::readme_of(std::string_view folder) const {
 }
 
 std::vector<std::string> Workspace::pages_named(std::string_view page) const {
-  if (is_markdown(page)) page = stem_of(page);
-  const std::string lowered = gfm::lowercase(page);
   std::vector<std::string> matches;
-  const auto found = pages_.find(gfm::lowercase(name_of(page)));
+  const auto found = pages_.find(wiki_name(page));
   if (found == pages_.end()) return matches;
   for (const std::string& candidate : found->second) {
-    const std::string stem = gfm::lowercase(stem_of(candidate));
-    if (stem == lowered || stem.ends_with("/" + lowered)) matches.push_back(candidate);
+    if (names_page(candidate, page)) matches.push_back(candidate);
   }
   return matches;
 }
@@ -194,7 +191,7 @@ void Workspace::add_entry(const std::string& path, bool is_directory,
   by_lowercase_[gfm::lowercase(path)].insert(path);
   names_[folder].emplace(name_of(path));
   if (!is_directory && is_markdown(name_of(path))) {
-    pages_[gfm::lowercase(stem_of(name_of(path)))].insert(path);
+    pages_[wiki_name(path)].insert(path);
   }
 }
 
@@ -213,7 +210,7 @@ void Workspace::remove_entry(const std::string& path, bool is_directory,
   erase_from(by_lowercase_, gfm::lowercase(path), path);
   erase_from(names_, folder, std::string(name_of(path)));
   if (!is_directory && is_markdown(name_of(path))) {
-    erase_from(pages_, gfm::lowercase(stem_of(name_of(path))), path);
+    erase_from(pages_, wiki_name(path), path);
   }
   if (documents_.erase(path)) unindex_links(path);
 }
@@ -222,11 +219,10 @@ void Workspace::index_links(const std::string& path, const Document& document) {
   std::set<std::string> keys;
   for (const gfm::Link& link : document.read.links) {
     if (link.syntax == gfm::LinkSyntax::wiki) {
-      std::string_view page =
+      const std::string_view page =
           std::string_view(link.destination).substr(0, link.destination.find('#'));
       if (page.empty()) continue;
-      if (is_markdown(page)) page = stem_of(page);
-      keys.insert(page_key(name_of(page)));
+      keys.insert(page_key(name_of(wiki_page(page))));
       keys.emplace(ALL_PAGES_KEY);
       continue;
     }

@@ -92,6 +92,7 @@ quietly cmake -S "$here/find_package" -B "$work/find-shared" "${launcher[@]}" \
   -DCMAKE_PREFIX_PATH="$work/shared" -DTARNWICK_WANTED_VERSION="$minor"
 quietly cmake --build "$work/find-shared"
 check_host "$work/find-shared/host"
-ldd "$work/find-shared/host" | grep -q "libtarnwick-markdown.so.${version%%.*}" ||
+# ldd is read whole: with pipefail, grep -q stopping at the first match would fail the pipe.
+grep -q "libtarnwick-markdown.so.${version%%.*}" <(ldd "$work/find-shared/host") ||
   fail "the shared host does not load the shared library"
 echo "4 hosts passed"

@@ -2,9 +2,11 @@
 
 ``index(data, path)`` gives the records of one file; ``index_paths(paths)`` walks files and
 folders as ``tarnwick-md index`` does and yields the records of every Markdown file, in the
-command's order. ``check(paths)`` finds the broken links, as ``tarnwick-md check`` does. Each record is a dict with exactly the keys of its JSON Lines record (so
-``json.dumps(record)`` writes what the command writes), whose values can also be read as
-attributes (``record.fqn``).
+command's order. ``check(paths)`` finds the broken links, as ``tarnwick-md check`` does.
+``Store(path)`` keeps the records in an index store, updated by reading only what changed, and
+answers which references lead to a file and which sections match some words. Each record is a
+dict with exactly the keys of its JSON Lines record (so ``json.dumps(record)`` writes what the
+command writes), whose values can also be read as attributes (``record.fqn``).
 """
 
 from __future__ import annotations
@@ -15,7 +17,8 @@ from typing import Iterable, Iterator, List, Optional, Union
 from . import _core
 
 __all__ = ["IndexedDocument", "Record", "Symbol", "Reference", "index", "index_paths",
-           "Problem", "CheckResult", "check", "__version__"]
+           "Problem", "CheckResult", "check", "Store", "StoreError", "UpdateSummary",
+           "__version__"]
 
 __version__: str = _core.VERSION
 
@@ -160,3 +163,97 @@ def check(paths: Union[str, os.PathLike, Iterable[Union[str, os.PathLike]]] = ".
         [os.fspath(p) for p in changed], changed_since, jobs)
     return CheckResult([Problem(zip(_PROBLEM_KEYS, values)) for values in found], files, links,
                        errors)
+
+
+StoreError = _core.StoreError
+StoreError.__doc__ = """An index store that cannot be opened, updated or read: a file that is not a
+store, a store of another schema version, one that is read-only, or busy past the timeout."""
+
+
+class UpdateSummary:
+    """What ``Store.update`` did: files selected, read (their status was not as stored),
+    parsed, reused (given the records of stored content: moved or copied files), unchanged,
+    unreadable and removed, and the messages of what could not be read."""
+
+    __slots__ = ("files", "read", "parsed", "reused", "unchanged", "unreadable", "removed",
+                 "errors")
+
+    def __init__(self, files: int, read: int, parsed: int, reused: int, unchanged: int,
+                 unreadable: int, removed: int, errors: List[str]):
+        self.files = files
+        self.read = read
+        self.parsed = parsed
+        self.reused = reused
+        self.unchanged = unchanged
+        self.unreadable = unreadable
+        self.removed = removed
+        self.errors = errors
+
+    def __repr__(self) -> str:
+        return (f"UpdateSummary({self.files} files, {self.read} read: {self.parsed} parsed, "
+                f"{self.reused} reused, "
+                f"{self.unchanged} unchanged, {self.unreadable} unreadable, "
+                f"{self.removed} removed)")
+
+
+class Store:
+    """An index store, as ``tarnwick-md index --db PATH`` makes it: created when ``path`` does
+    not exist. ``timeout`` is how many seconds to wait for another process's update; with
+    ``rebuild`` the first update starts the store over. Raises ``StoreError`` for a file that
+    is not a store or a store of another schema. The GIL is released while SQLite works, and
+    threads may share a store (their calls take turns); close it, or use it in a ``with``."""
+
+    def __init__(self, path: Union[str, os.PathLike], *, timeout: float = 60.0,
+                 rebuild: bool = False):
+        self._store = _core.Store(os.fspath(path), float(timeout), bool(rebuild))
+
+    def update(self, paths: Union[None, str, os.PathLike, Iterable[Union[str, os.PathLike]]] = None,
+               *, hidden: bool = False, follow: bool = False, no_ignore: bool = False,
+               exclude: Iterable[str] = (), paths_from_cwd: bool = False,
+               prefix: Optional[str] = None, jobs: Optional[int] = None) -> UpdateSummary:
+        """Brings the store up to date with the Markdown files under ``paths``, selected as
+        ``tarnwick-md index`` selects them with the same options, in one transaction. With no
+        ``paths``, the last update's paths and selection are indexed again (a new store: the
+        current directory), and no selection option may be given. Files that cannot be read
+        are named in the summary's ``errors``; a store that cannot be written raises
+        ``StoreError`` and is left as it was."""
+        if paths is None:
+            if hidden or follow or no_ignore or exclude or paths_from_cwd or prefix is not None:
+                raise ValueError("selection options need paths: without paths, the last "
+                                 "update's selection is repeated")
+            jobs = _paths_and_jobs([], jobs)[1]
+        else:
+            paths, jobs = _paths_and_jobs(paths, jobs)
+        if isinstance(exclude, str):
+            exclude = [exclude]
+        return UpdateSummary(*self._store.update(paths, bool(hidden), bool(follow),
+                                                 bool(no_ignore), list(exclude),
+                                                 bool(paths_from_cwd), prefix, jobs))
+
+    def refs(self, target: str) -> List[Reference]:
+        """The references that lead to ``target`` (a path as the records write it, with
+        ``#fragment`` to keep the links to one anchor), in file order, as
+        ``tarnwick-md refs --json`` gives them."""
+        return self._store.references_to(target, Reference)
+
+    def symbols(self, query: str, limit: int = 20) -> List[Symbol]:
+        """The sections whose names, heading paths or docstrings hold every word of ``query``
+        (a word ending in ``*`` is a prefix), best match first, at most ``limit``."""
+        if not isinstance(limit, int) or isinstance(limit, bool) or limit < 1:
+            raise ValueError(f"limit must be a positive integer, not {limit!r}")
+        return self._store.symbols_matching(query, limit, Symbol)
+
+    def export(self) -> List[Record]:
+        """Every record of the store, exactly as ``tarnwick-md export`` writes them: what
+        ``index_paths`` gives for the last update's paths."""
+        return self._store.export(Symbol, Reference)
+
+    def close(self) -> None:
+        """Closes the store; any further call raises ``StoreError``."""
+        self._store.close()
+
+    def __enter__(self) -> "Store":
+        return self
+
+    def __exit__(self, *exception) -> None:
+        self.close()
