@@ -17,7 +17,7 @@ _tarnwick_md() {
       if [[ ${COMP_WORDS[COMP_CWORD - 1]} == --format ]]; then
         mapfile -t COMPREPLY < <(compgen -W "text json sarif github" -- "$word")
       elif [[ ${COMP_WORDS[COMP_CWORD - 1]} == --ignore ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "missing-file missing-anchor missing-anchor-other-file case-mismatch outside-repository malformed-link line-fragment site-path html-for-markdown custom-anchor missing-page ambiguous-page" -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W "missing-file missing-anchor missing-anchor-other-file case-mismatch outside-repository malformed-link line-fragment site-path html-for-markdown custom-anchor template-syntax missing-page ambiguous-page" -- "$word")
       elif [[ $word == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W "--help --root --format --ignore --wiki --changed --changed-since --exclude --hidden --follow --no-ignore --jobs -h -j" -- "$word")
       else

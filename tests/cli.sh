@@ -266,6 +266,11 @@ node -e 'let s="";process.stdin.on("data",d=>s+=d).on("end",()=>{const l=JSON.pa
 github=$(cd "$work" && "$binary" check --format github site 2>/dev/null | head -1)
 [[ $github == '::error file=site/README.md,line=2,col=32,title=missing-file::no file "docs/gide.md"'* ]] &&
   ok || fail "check's workflow annotation differs: $github"
+# A site generator's codes are warnings for code scanning and in annotations.
+mkdir -p "$work/templated" && printf '[t](<{{%% param repo %%}}>) [m](gone.md)\n' >"$work/templated/a.md"
+github=$(cd "$work" && "$binary" check --format github templated 2>/dev/null)
+[[ $github == '::warning file=templated/a.md,line=1,col=1,title=template-syntax::'*$'\n''::error '*'title=missing-file::'* ]] &&
+  ok || fail "a template's annotation is not a warning: $github"
 # Changed files: links from them and into them only.
 git -C "$site" init -q && git -C "$site" add . && git -C "$site" -c user.name=t -c user.email=t@t commit -qm site
 expect "check --changed-since HEAD site" 0 "no problems"

@@ -23,6 +23,7 @@ enum class Code {
   site_path,
   html_for_markdown,
   custom_anchor,
+  template_syntax,
   missing_page,
   ambiguous_page,
 };
@@ -34,7 +35,7 @@ struct CodeInfo {
   bool site_generator;           // written for a site generator rather than for the repository
 };
 
-inline constexpr std::array<CodeInfo, 12> CODES = {{
+inline constexpr std::array<CodeInfo, 13> CODES = {{
     {Code::missing_file, "missing-file", "The link leads to no file or directory.", false},
     {Code::missing_anchor, "missing-anchor",
      "No heading or HTML anchor of this file has the link's fragment.", false},
@@ -55,6 +56,8 @@ inline constexpr std::array<CodeInfo, 12> CODES = {{
      "An .html link whose .md file exists: written for a site generator.", true},
     {Code::custom_anchor, "custom-anchor",
      "A fragment that only a {#id} heading attribute makes, which GitHub does not read.", true},
+    {Code::template_syntax, "template-syntax",
+     "The target holds a site generator's template syntax ({{...}} or {%...%}).", true},
     {Code::missing_page, "missing-page", "A wiki link names no Markdown file.", false},
     {Code::ambiguous_page, "ambiguous-page", "A wiki link names several Markdown files.", false},
 }};
