@@ -8,7 +8,7 @@ _tarnwick_md() {
   case $command in
     index)
       if [[ $word == -* ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "--help --verbose --quiet --prefix --stdin-path --hidden --follow --no-ignore --exclude --paths-from-cwd --files --jobs -h -v -q -j" -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W "--help --verbose --quiet --prefix --stdin-path --hidden --follow --no-ignore --exclude --paths-from-cwd --files --jobs --config --no-config -h -v -q -j" -- "$word")
       else
         mapfile -t COMPREPLY < <(compgen -f -- "$word")
       fi
@@ -19,7 +19,7 @@ _tarnwick_md() {
       elif [[ ${COMP_WORDS[COMP_CWORD - 1]} == --ignore ]]; then
         mapfile -t COMPREPLY < <(compgen -W "missing-file missing-anchor missing-anchor-other-file case-mismatch outside-repository malformed-link line-fragment site-path html-for-markdown custom-anchor template-syntax missing-page ambiguous-page" -- "$word")
       elif [[ $word == -* ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "--help --root --format --ignore --wiki --changed --changed-since --exclude --hidden --follow --no-ignore --jobs -h -j" -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W "--help --root --format --ignore --accept --wiki --no-wiki --changed --changed-since --exclude --hidden --follow --no-ignore --jobs --config --no-config -h -j" -- "$word")
       else
         mapfile -t COMPREPLY < <(compgen -f -- "$word")
       fi

@@ -282,6 +282,48 @@ expect "check --changed-since no-such-ref site" 2 "'no-such-ref' names no commit
 printf 'docs/\n' >"$site/.ignore"
 expect "check site" 1 "1 file, 3 links checked: 3 problems (1 missing-anchor-other-file, 1 missing-file, 1 site-path)"
 
+# Configuration: .tarnwick-md.toml in the current directory, another file named by --config, none
+# with --no-config. Flags add to the file's lists and override its values; a bad file is one line
+# naming its line and key, and exit status 2.
+conf=$work/configured
+mkdir -p "$conf/drafts"
+printf '# A\n[m](gone.md) [i](i.png) [s](/site/) [[Page]]\n' >"$conf/README.md"
+printf '[d](nothing.md)\n' >"$conf/drafts/d.md"
+printf 'ignore = ["site-path"]\nexclude = ["drafts"]\naccept = ["*.png"]\nwiki = true\n' \
+  >"$conf/.tarnwick-md.toml"
+printf 'ignore = ["missing-file"]\n' >"$conf/other.toml"
+printf 'wiki = false\nignore = ["missing-fil"]\n' >"$conf/typo.toml"
+printf 'exclude = "drafts"\n' >"$conf/scalar.toml"
+printf 'ignor = []\n' >"$conf/unknown.toml"
+for case in "check|1|1 file, 4 links checked: 2 problems (1 missing-file, 1 missing-page)" \
+  "check --no-config|1|2 files, 4 links checked: 4 problems (3 missing-file, 1 site-path)" \
+  "check --config other.toml|1|2 files, 4 links checked: 1 problem (1 site-path)" \
+  "check --ignore missing-file|1|1 file, 4 links checked: 1 problem (1 missing-page)" \
+  "check --accept gone*|1|1 file, 4 links checked: 1 problem (1 missing-page)" \
+  "check --exclude README.md|0|0 files, 0 links checked: no problems" \
+  "check --no-wiki|1|1 file, 3 links checked: 1 problem (1 missing-file)" \
+  "check --config other.toml --wiki|1|2 files, 5 links checked: 2 problems (1 missing-page, 1 site-path)" \
+  "check --config typo.toml|2|tarnwick-md: typo.toml:2: ignore: 'missing-fil' is not a problem code (did you mean 'missing-file'?)" \
+  "check --config scalar.toml|2|tarnwick-md: scalar.toml:1: exclude: must be an array of globs" \
+  "check --config unknown.toml|2|tarnwick-md: unknown.toml:1: ignor: unknown key (did you mean 'ignore'?)" \
+  "index --config unknown.toml|2|tarnwick-md: unknown.toml:1: ignor: unknown key" \
+  "check --config gone.toml|2|tarnwick-md: gone.toml: cannot read it: No such file or directory" \
+  "check --config other.toml --no-config|2|--config and --no-config cannot be used together"; do
+  IFS='|' read -r args status text <<<"$case"
+  # shellcheck disable=SC2086
+  err=$(cd "$conf" && "$binary" $args 2>&1 >/dev/null)
+  actual=$?
+  [ "$actual" = "$status" ] && [[ $err == *"$text"* ]] && [ "$(wc -l <<<"$err")" = 1 ] && ok ||
+    fail "in a configured repository, tarnwick-md $args exited $actual with: $err"
+done
+for case in "|./README.md " "--no-config|./README.md ./drafts/d.md " \
+  "--config other.toml --exclude README.md|./drafts/d.md "; do
+  flags=${case%%|*} expected=${case#*|}
+  # shellcheck disable=SC2086
+  got=$(cd "$conf" && "$binary" index --files $flags | tr '\n' ' ')
+  [ "$got" = "$expected" ] && ok || fail "index --files $flags in a configured repository gave '$got'"
+done
+
 # Every example of the help runs, in a repository that has the files they name.
 examples_dir=$work/help-examples
 mkdir -p "$examples_dir/docs" "$examples_dir/notes"

@@ -1,5 +1,7 @@
 #include "check/find.hpp"
 
+#include <fnmatch.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <unordered_set>
@@ -58,6 +60,13 @@ void add_errors(const std::vector<repo::ReadError>& errors, std::vector<std::str
   }
 }
 
+// Whether a target as written matches one of the globs ("*" matches "/" too).
+bool accepted(const std::vector<std::string>& globs, const std::string& target) {
+  return std::any_of(globs.begin(), globs.end(), [&](const std::string& glob) {
+    return ::fnmatch(glob.c_str(), target.c_str(), 0) == 0;
+  });
+}
+
 }  // namespace
 
 CheckResult find_problems(const CheckOptions& options) {
@@ -104,7 +113,8 @@ CheckResult find_problems(const CheckOptions& options) {
       ++result.files;
       for (Problem& problem : check_document(workspace, path, result.links)) {
         if (std::find(options.ignored.begin(), options.ignored.end(), problem.code) !=
-            options.ignored.end()) {
+                options.ignored.end() ||
+            accepted(options.accepted, problem.target)) {
           continue;
         }
         if (only_changed && !changed.contains(problem.path) &&

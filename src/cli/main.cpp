@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "cli/check.hpp"
+#include "cli/config.hpp"
 #include "cli/index.hpp"
 #include "cli/output.hpp"
 #include "cli/views.hpp"
@@ -75,6 +76,24 @@ void add_jobs_option(CLI::App& command, unsigned& jobs, const std::string& descr
   command.add_option("-j,--jobs", jobs, description)
       ->type_name("N")
       ->check(CLI::Range(1u, 1024u).description(""));
+}
+
+// --config FILE and --no-config: which configuration file a command reads for `settings`.
+void add_config_options(CLI::App& command, tarnwick::cli::ConfigChoice& choice,
+                        const std::string& settings) {
+  command
+      .add_option("--config", choice.file,
+                  "Read the settings " + settings +
+                      " from FILE, not from .tarnwick-md.toml in the current directory. Flags "
+                      "add to the file's lists and override its values.")
+      ->type_name("FILE");
+  command.add_flag("--no-config", choice.none, "Read no configuration file.");
+}
+
+// A configuration file that cannot be used: its one line, exit status 2.
+int configuration_error(const std::string& line) {
+  std::cerr << PROGRAM << ": " << line << "\n";
+  return 2;
 }
 
 int print_help(const CLI::App& command) {
@@ -140,6 +159,8 @@ int main(int argc, char** argv) {
   add_jobs_option(*index_command, index.jobs,
                   "Files indexed at once (1 to 1024), each on its own thread. The output is the "
                   "same for any number. Default: the number of cores.");
+  tarnwick::cli::ConfigChoice index_config;
+  add_config_options(*index_command, index_config, "(its exclude globs)");
   index_command->footer(
       "Examples:\n"
       "  tarnwick-md index docs > records.jsonl\n"
@@ -180,9 +201,17 @@ int main(int argc, char** argv) {
                    "Do not report problems of this code (see below). May be repeated.")
       ->type_name("CODE")
       ->allow_extra_args(false);
-  check_command->add_flag("--wiki", check.wiki,
-                          "Check [[Page]], [[Page#Heading]] and [[Page|label]] wiki links too: a "
-                          "page is a Markdown file of that name anywhere under the root.");
+  const CLI::Option* wiki_option = check_command->add_flag(
+      "--wiki,!--no-wiki", check.wiki,
+      "Check [[Page]], [[Page#Heading]] and [[Page|label]] wiki links too: a page is a Markdown "
+      "file of that name anywhere under the root. --no-wiki overrides the configuration's "
+      "wiki = true.");
+  check_command
+      ->add_option("--accept", check.accepted,
+                   "Report no problem of a link whose target, as written, matches GLOB ('*' "
+                   "matches '/' too). May be repeated.")
+      ->type_name("GLOB")
+      ->allow_extra_args(false);
   check_command
       ->add_option("--changed", check.changed,
                    "Report only the links from these files and the links into them. Takes "
@@ -209,6 +238,8 @@ int main(int argc, char** argv) {
                           "Take what git ignores as part of the repository too.");
   add_jobs_option(*check_command, check.jobs,
                   "Files read at once (1 to 1024). Default: the number of cores.");
+  tarnwick::cli::ConfigChoice check_config;
+  add_config_options(*check_command, check_config, "(ignore, exclude, accept, wiki)");
   {
     std::string codes = "Problem codes:\n";
     for (const auto& code : tarnwick::check::CODES) {
@@ -339,6 +370,10 @@ int main(int argc, char** argv) {
       check.ignored.push_back(*code);
     }
     check.selection.git_ignores = !check_no_ignore;
+    if (const auto error =
+            tarnwick::cli::configure_check(check_config, check, wiki_option->count() > 0)) {
+      return configuration_error(*error);
+    }
     std::ios::sync_with_stdio(false);
     return tarnwick::cli::run_check(check, std::cout, std::cerr);
   }
@@ -349,6 +384,9 @@ int main(int argc, char** argv) {
   } else if (index_command->parsed()) {
     if (index.paths.empty()) index.paths.push_back(".");
     index.selection.git_ignores = !no_ignore;
+    if (const auto error = tarnwick::cli::configure_index(index_config, index.selection)) {
+      return configuration_error(*error);
+    }
     const bool reads_stdin =
         std::find(index.paths.begin(), index.paths.end(), "-") != index.paths.end();
     if (reads_stdin && !index.selection.stdin_path && !index.selection.prefix) {
