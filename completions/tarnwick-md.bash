@@ -19,7 +19,7 @@ _tarnwick_md() {
       elif [[ ${COMP_WORDS[COMP_CWORD - 1]} == --ignore ]]; then
         mapfile -t COMPREPLY < <(compgen -W "missing-file missing-anchor missing-anchor-other-file case-mismatch outside-repository malformed-link line-fragment site-path html-for-markdown custom-anchor template-syntax missing-page ambiguous-page" -- "$word")
       elif [[ $word == -* ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "--help --root --format --ignore --accept --wiki --no-wiki --changed --changed-since --exclude --hidden --follow --no-ignore --jobs --config --no-config -h -j" -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W "--help --root --format --ignore --accept --wiki --no-wiki --changed --changed-since --exclude --hidden --follow --no-ignore --jobs --config --no-config --baseline --write-baseline -h -j" -- "$word")
       else
         mapfile -t COMPREPLY < <(compgen -f -- "$word")
       fi

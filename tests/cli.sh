@@ -324,6 +324,37 @@ for case in "|./README.md " "--no-config|./README.md ./drafts/d.md " \
   [ "$got" = "$expected" ] && ok || fail "index --files $flags in a configured repository gave '$got'"
 done
 
+# Baselines: today's problems recorded, then only new ones reported (exit status 1 only for
+# them); a problem moved by an edit stays known, a fixed one is counted, SARIF marks each.
+known=$work/known
+mkdir -p "$known"
+printf '# A\n[m](gone.md) [s](/site/)\n' >"$known/README.md"
+printf '[x](#nope)\n' >"$known/b.md"
+in_known() { (cd "$known" && "$binary" check "$@"); }
+err=$(in_known --write-baseline known.json 2>&1 >/dev/null)
+[ $? = 0 ] && [[ $err == *"3 problems written to known.json as known" ]] && ok ||
+  fail "check --write-baseline: $err"
+printf '# A\n\nAn edit above.\n[m](gone.md) [s](/site/) [n](new.md)\n' >"$known/README.md"
+printf '# B\n' >"$known/b.md"
+out=$(in_known --baseline known.json 2>"$work/err")
+status=$?
+[ "$status" = 1 ] && [ "$out" = 'README.md:4:26: missing-file: no file "new.md"' ] &&
+  [[ $(cat "$work/err") == *"1 new problem (1 missing-file); 2 known, 1 fixed" ]] && ok ||
+  fail "check --baseline exited $status with: $out $(cat "$work/err")"
+sarif=$(in_known --baseline known.json --format sarif 2>/dev/null)
+node -e 'let s="";
+  process.stdin.on("data",d=>s+=d).on("end",()=>{const r=JSON.parse(s).runs[0].results;
+  process.exit(r.map(x=>x.ruleId+":"+x.baselineState).join(" ")===
+    "missing-file:unchanged site-path:unchanged missing-file:new"?0:1)})' <<<"$sarif" &&
+  ok || fail "check --baseline --format sarif does not mark the results new and unchanged"
+# Files are known by their path from the root, wherever the check runs from.
+printf '# A\n[m](gone.md) [s](/site/)\n' >"$known/README.md"
+expect "check --baseline known/known.json known" 0 "no new problems; 2 known, 1 fixed"
+expect "check --baseline known/missing.json known" 2 "cannot read the baseline known/missing.json"
+printf '{"problems": 1}' >"$known/bad.json"
+expect "check --baseline known/bad.json known" 2 "is not a baseline written by --write-baseline"
+expect "check --baseline a --write-baseline b known" 2 "cannot be used together"
+
 # Every example of the help runs, in a repository that has the files they name.
 examples_dir=$work/help-examples
 mkdir -p "$examples_dir/docs" "$examples_dir/notes"

@@ -55,6 +55,7 @@ bool holds_template(std::string_view target) {
 Problem located(const std::string& path, const Link& link) {
   Problem problem;
   problem.path = path;
+  problem.file = path;
   problem.line = link.line;
   problem.column = link.column;
   problem.target = link.written;

@@ -68,8 +68,12 @@ constexpr const CodeInfo& info(Code code) {
 
 std::optional<Code> code_named(std::string_view name);
 
+// Whether a problem was known to a baseline: none when the run had no baseline.
+enum class BaselineState { none, new_problem, unchanged };
+
 struct Problem {
-  std::string path;  // of the file that holds the link, from the root
+  std::string path;  // of the file that holds the link, from the root or as the reader opens it
+  std::string file;  // that file's path from the root, always: what a baseline knows it by
   std::int64_t line = 0;
   std::int64_t column = 0;
   std::string target;  // the link as written
@@ -82,6 +86,7 @@ struct Problem {
   // decoded fragment: what --changed filters on and suggestions start from.
   std::string resolved;
   std::string fragment;
+  BaselineState baseline = BaselineState::none;
   bool operator==(const Problem&) const = default;
 };
 

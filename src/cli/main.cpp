@@ -240,6 +240,18 @@ int main(int argc, char** argv) {
                   "Files read at once (1 to 1024). Default: the number of cores.");
   tarnwick::cli::ConfigChoice check_config;
   add_config_options(*check_command, check_config, "(ignore, exclude, accept, wiki)");
+  tarnwick::cli::BaselineFiles check_baseline;
+  check_command
+      ->add_option("--baseline", check_baseline.compare_with,
+                   "Report only the problems that FILE, written by --write-baseline, does not "
+                   "know (matched by file, code and target, not by line), and how many it knows "
+                   "are fixed; exit with 1 only on new ones. SARIF marks each result new or "
+                   "unchanged.")
+      ->type_name("FILE");
+  check_command
+      ->add_option("--write-baseline", check_baseline.write_to,
+                   "Record the problems found in FILE as known, instead of reporting them.")
+      ->type_name("FILE");
   {
     std::string codes = "Problem codes:\n";
     for (const auto& code : tarnwick::check::CODES) {
@@ -375,7 +387,10 @@ int main(int argc, char** argv) {
       return configuration_error(*error);
     }
     std::ios::sync_with_stdio(false);
-    return tarnwick::cli::run_check(check, std::cout, std::cerr);
+    if (check_baseline.compare_with && check_baseline.write_to) {
+      return usage_error("--baseline and --write-baseline cannot be used together", std::nullopt);
+    }
+    return tarnwick::cli::run_check(check, check_baseline, std::cout, std::cerr);
   }
   if (outline_command->parsed()) {
     status = tarnwick::cli::run_outline(view, std::cout, std::cerr);
