@@ -324,6 +324,13 @@ for case in "|./README.md " "--no-config|./README.md ./drafts/d.md " \
   [ "$got" = "$expected" ] && ok || fail "index --files $flags in a configured repository gave '$got'"
 done
 
+# Suppressions: silenced where they are written; unused ones reported when asked for.
+mkdir -p "$work/suppressed"
+printf '<!-- tarnwick-md-ignore-next-line -->\n[a](a.md)\n<!-- tarnwick-md-ignore-next-line -->\n' \
+  >"$work/suppressed/doc.md"
+expect "check suppressed" 0 "1 link checked: no problems"
+expect "check --report-unused-suppressions suppressed" 1 "1 problem (1 unused-suppression)"
+
 # Baselines: today's problems recorded, then only new ones reported (exit status 1 only for
 # them); a problem moved by an edit stays known, a fixed one is counted, SARIF marks each.
 known=$work/known

@@ -64,13 +64,6 @@ Problem located(const std::string& path, const Link& link) {
   return problem;
 }
 
-std::string in_quotes(std::string_view text) {
-  std::string quoted(1, '"');
-  quoted.append(text);
-  quoted += '"';
-  return quoted;
-}
-
 // The rules, for the links of one workspace.
 class Checker {
  public:
@@ -216,6 +209,13 @@ class Checker {
 };
 
 }  // namespace
+
+std::string in_quotes(std::string_view text) {
+  std::string quoted(1, '"');
+  quoted.append(text);
+  quoted += '"';
+  return quoted;
+}
 
 std::optional<Code> code_named(std::string_view name) {
   for (const CodeInfo& code : CODES) {

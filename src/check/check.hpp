@@ -26,6 +26,7 @@ enum class Code {
   template_syntax,
   missing_page,
   ambiguous_page,
+  unused_suppression,
 };
 
 struct CodeInfo {
@@ -35,7 +36,7 @@ struct CodeInfo {
   bool site_generator;           // written for a site generator rather than for the repository
 };
 
-inline constexpr std::array<CodeInfo, 13> CODES = {{
+inline constexpr std::array<CodeInfo, 14> CODES = {{
     {Code::missing_file, "missing-file", "The link leads to no file or directory.", false},
     {Code::missing_anchor, "missing-anchor",
      "No heading or HTML anchor of this file has the link's fragment.", false},
@@ -60,6 +61,10 @@ inline constexpr std::array<CodeInfo, 13> CODES = {{
      "The target holds a site generator's template syntax ({{...}} or {%...%}).", true},
     {Code::missing_page, "missing-page", "A wiki link names no Markdown file.", false},
     {Code::ambiguous_page, "ambiguous-page", "A wiki link names several Markdown files.", false},
+    {Code::unused_suppression, "unused-suppression",
+     "A tarnwick-md-ignore comment that silences nothing: a code misspelt, or (asked for) one no "
+     "problem needs.",
+     false},
 }};
 
 constexpr const CodeInfo& info(Code code) {
@@ -67,6 +72,9 @@ constexpr const CodeInfo& info(Code code) {
 }
 
 std::optional<Code> code_named(std::string_view name);
+
+// Text in double quotes, as messages name targets, paths and codes.
+std::string in_quotes(std::string_view text);
 
 // Whether a problem was known to a baseline: none when the run had no baseline.
 enum class BaselineState { none, new_problem, unchanged };

@@ -7,6 +7,7 @@
 #include <unordered_set>
 
 #include "check/changes.hpp"
+#include "check/suppression.hpp"
 
 namespace tarnwick::check {
 
@@ -111,12 +112,19 @@ CheckResult find_problems(const CheckOptions& options) {
     add_errors(unread, result.errors);
     for (const std::string& path : sources) {
       ++result.files;
+      std::vector<Problem> found;
       for (Problem& problem : check_document(workspace, path, result.links)) {
-        if (std::find(options.ignored.begin(), options.ignored.end(), problem.code) !=
-                options.ignored.end() ||
-            accepted(options.accepted, problem.target)) {
-          continue;
+        if (std::find(options.ignored.begin(), options.ignored.end(), problem.code) ==
+                options.ignored.end() &&
+            !accepted(options.accepted, problem.target)) {
+          found.push_back(std::move(problem));
         }
+      }
+      if (const repo::Document* document = workspace.document(path)) {
+        found = unsuppressed(std::move(found), path, document->read.comments,
+                             options.report_unused_suppressions);
+      }
+      for (Problem& problem : found) {
         if (only_changed && !changed.contains(problem.path) &&
             !changed.contains(problem.resolved)) {
           continue;

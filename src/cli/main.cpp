@@ -206,6 +206,9 @@ int main(int argc, char** argv) {
       "Check [[Page]], [[Page#Heading]] and [[Page|label]] wiki links too: a page is a Markdown "
       "file of that name anywhere under the root. --no-wiki overrides the configuration's "
       "wiki = true.");
+  check_command->add_flag("--report-unused-suppressions", check.report_unused_suppressions,
+                          "Report each tarnwick-md-ignore comment that silences no problem, as "
+                          "unused-suppression.");
   check_command
       ->add_option("--accept", check.accepted,
                    "Report no problem of a link whose target, as written, matches GLOB ('*' "
