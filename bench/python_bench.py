@@ -34,7 +34,7 @@ def main() -> int:
                for d, _, fs in os.walk(r) for f in fs if f.lower().endswith((".md", ".markdown")))
 
     def command(jobs):
-        subprocess.run([binary, "index", "-j", str(jobs), *repositories], check=True,
+        subprocess.run([binary, "index", "--no-config", "-j", str(jobs), *repositories], check=True,
                        stdout=subprocess.DEVNULL)
 
     def module(jobs):

@@ -8,7 +8,7 @@ _tarnwick_md() {
   case $command in
     index)
       if [[ $word == -* ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "--help --verbose --quiet --prefix --stdin-path --hidden --follow --no-ignore --exclude --paths-from-cwd --files --jobs --db --rebuild -h -v -q -j" -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W "--help --verbose --quiet --prefix --stdin-path --hidden --follow --no-ignore --exclude --paths-from-cwd --files --jobs --db --rebuild --config --no-config -h -v -q -j" -- "$word")
       else
         mapfile -t COMPREPLY < <(compgen -f -- "$word")
       fi
@@ -17,9 +17,9 @@ _tarnwick_md() {
       if [[ ${COMP_WORDS[COMP_CWORD - 1]} == --format ]]; then
         mapfile -t COMPREPLY < <(compgen -W "text json sarif github" -- "$word")
       elif [[ ${COMP_WORDS[COMP_CWORD - 1]} == --ignore ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "missing-file missing-anchor missing-anchor-other-file case-mismatch outside-repository malformed-link line-fragment site-path html-for-markdown custom-anchor missing-page ambiguous-page" -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W "missing-file missing-anchor missing-anchor-other-file case-mismatch outside-repository malformed-link line-fragment site-path html-for-markdown custom-anchor template-syntax missing-page ambiguous-page unused-suppression" -- "$word")
       elif [[ $word == -* ]]; then
-        mapfile -t COMPREPLY < <(compgen -W "--help --root --format --ignore --wiki --changed --changed-since --exclude --hidden --follow --no-ignore --jobs -h -j" -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W "--help --root --format --ignore --accept --report-unused-suppressions --wiki --no-wiki --changed --changed-since --exclude --hidden --follow --no-ignore --jobs --config --no-config --baseline --write-baseline -h -j" -- "$word")
       else
         mapfile -t COMPREPLY < <(compgen -f -- "$word")
       fi

@@ -155,6 +155,16 @@ const Case CASES[] = {
       "a.md:1:32 html-for-markdown b.html -> b.md",
       "a.md:1:44 custom-anchor b.md#custom -> b.md#heading-custom",
       "a.md:1:61 missing-file gide.md -> guide.md"}},
+    {"template_syntax_whatever_else_is_wrong",
+     {{"a.md",
+       "[a](<{{% param eventUrl %}}register/>) [b]({{<ref>}}/x.md) [c](<{% link x.md %}>)\n"
+       "[d](/site/{{.Lang}}/x%zz.md) <a href=\"{{ site.baseurl }}/x\">e</a> [f](half{{.md)\n"
+       "[g](%7B%7Bx%7D%7D.md) [h](a}}{{b.md)\n"}},
+     {"a.md:1:1 template-syntax {{% param eventUrl %}}register/",
+      "a.md:1:40 template-syntax {{<ref>}}/x.md", "a.md:1:60 template-syntax {% link x.md %}",
+      "a.md:2:1 template-syntax /site/{{.Lang}}/x%zz.md",
+      "a.md:2:33 template-syntax {{ site.baseurl }}/x", "a.md:2:67 missing-file half{{.md",
+      "a.md:3:1 missing-file %7B%7Bx%7D%7D.md", "a.md:3:23 missing-file a}}{{b.md"}},
     {"wiki_links",
      {{"a.md",
        "[[Page]] [[Page#Heading Two]] [[Page#nope]] [[Gone|label]] [[Twice]] "

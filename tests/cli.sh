@@ -288,6 +288,11 @@ node -e 'let s="";process.stdin.on("data",d=>s+=d).on("end",()=>{const l=JSON.pa
 github=$(cd "$work" && "$binary" check --format github site 2>/dev/null | head -1)
 [[ $github == '::error file=site/README.md,line=2,col=32,title=missing-file::no file "docs/gide.md"'* ]] &&
   ok || fail "check's workflow annotation differs: $github"
+# A site generator's codes are warnings for code scanning and in annotations.
+mkdir -p "$work/templated" && printf '[t](<{{%% param repo %%}}>) [m](gone.md)\n' >"$work/templated/a.md"
+github=$(cd "$work" && "$binary" check --format github templated 2>/dev/null)
+[[ $github == '::warning file=templated/a.md,line=1,col=1,title=template-syntax::'*$'\n''::error '*'title=missing-file::'* ]] &&
+  ok || fail "a template's annotation is not a warning: $github"
 # Changed files: links from them and into them only.
 git -C "$site" init -q && git -C "$site" add . && git -C "$site" -c user.name=t -c user.email=t@t commit -qm site
 expect "check --changed-since HEAD site" 0 "no problems"
@@ -298,6 +303,86 @@ expect "check --changed-since no-such-ref site" 2 "'no-such-ref' names no commit
 # A .ignore file keeps files from being checked, not from being linked to.
 printf 'docs/\n' >"$site/.ignore"
 expect "check site" 1 "1 file, 3 links checked: 3 problems (1 missing-anchor-other-file, 1 missing-file, 1 site-path)"
+
+# Configuration: .tarnwick-md.toml in the current directory, another file named by --config, none
+# with --no-config. Flags add to the file's lists and override its values; a bad file is one line
+# naming its line and key, and exit status 2.
+conf=$work/configured
+mkdir -p "$conf/drafts"
+printf '# A\n[m](gone.md) [i](i.png) [s](/site/) [[Page]]\n' >"$conf/README.md"
+printf '[d](nothing.md)\n' >"$conf/drafts/d.md"
+printf 'ignore = ["site-path"]\nexclude = ["drafts"]\naccept = ["*.png"]\nwiki = true\n' \
+  >"$conf/.tarnwick-md.toml"
+printf 'ignore = ["missing-file"]\n' >"$conf/other.toml"
+printf 'wiki = false\nignore = ["missing-fil"]\n' >"$conf/typo.toml"
+printf 'exclude = "drafts"\n' >"$conf/scalar.toml"
+printf 'ignor = []\n' >"$conf/unknown.toml"
+for case in "check|1|1 file, 4 links checked: 2 problems (1 missing-file, 1 missing-page)" \
+  "check --no-config|1|2 files, 4 links checked: 4 problems (3 missing-file, 1 site-path)" \
+  "check --config other.toml|1|2 files, 4 links checked: 1 problem (1 site-path)" \
+  "check --ignore missing-file|1|1 file, 4 links checked: 1 problem (1 missing-page)" \
+  "check --accept gone*|1|1 file, 4 links checked: 1 problem (1 missing-page)" \
+  "check --exclude README.md|0|0 files, 0 links checked: no problems" \
+  "check --no-wiki|1|1 file, 3 links checked: 1 problem (1 missing-file)" \
+  "check --config other.toml --wiki|1|2 files, 5 links checked: 2 problems (1 missing-page, 1 site-path)" \
+  "check --config typo.toml|2|tarnwick-md: typo.toml:2: ignore: 'missing-fil' is not a problem code (did you mean 'missing-file'?)" \
+  "check --config scalar.toml|2|tarnwick-md: scalar.toml:1: exclude: must be an array of globs" \
+  "check --config unknown.toml|2|tarnwick-md: unknown.toml:1: ignor: unknown key (did you mean 'ignore'?)" \
+  "index --config unknown.toml|2|tarnwick-md: unknown.toml:1: ignor: unknown key" \
+  "check --config gone.toml|2|tarnwick-md: gone.toml: cannot read it: No such file or directory" \
+  "check --config other.toml --no-config|2|--config and --no-config cannot be used together"; do
+  IFS='|' read -r args status text <<<"$case"
+  # shellcheck disable=SC2086
+  err=$(cd "$conf" && "$binary" $args 2>&1 >/dev/null)
+  actual=$?
+  [ "$actual" = "$status" ] && [[ $err == *"$text"* ]] && [ "$(wc -l <<<"$err")" = 1 ] && ok ||
+    fail "in a configured repository, tarnwick-md $args exited $actual with: $err"
+done
+for case in "|./README.md " "--no-config|./README.md ./drafts/d.md " \
+  "--config other.toml --exclude README.md|./drafts/d.md "; do
+  flags=${case%%|*} expected=${case#*|}
+  # shellcheck disable=SC2086
+  got=$(cd "$conf" && "$binary" index --files $flags | tr '\n' ' ')
+  [ "$got" = "$expected" ] && ok || fail "index --files $flags in a configured repository gave '$got'"
+done
+
+# Suppressions: silenced where they are written; unused ones reported when asked for.
+mkdir -p "$work/suppressed"
+printf '<!-- tarnwick-md-ignore-next-line -->\n[a](a.md)\n<!-- tarnwick-md-ignore-next-line -->\n' \
+  >"$work/suppressed/doc.md"
+expect "check suppressed" 0 "1 link checked: no problems"
+expect "check --report-unused-suppressions suppressed" 1 "1 problem (1 unused-suppression)"
+
+# Baselines: today's problems recorded, then only new ones reported (exit status 1 only for
+# them); a problem moved by an edit stays known, a fixed one is counted, SARIF marks each.
+known=$work/known
+mkdir -p "$known"
+printf '# A\n[m](gone.md) [s](/site/)\n' >"$known/README.md"
+printf '[x](#nope)\n' >"$known/b.md"
+in_known() { (cd "$known" && "$binary" check "$@"); }
+err=$(in_known --write-baseline known.json 2>&1 >/dev/null)
+[ $? = 0 ] && [[ $err == *"3 problems written to known.json as known" ]] && ok ||
+  fail "check --write-baseline: $err"
+printf '# A\n\nAn edit above.\n[m](gone.md) [s](/site/) [n](new.md)\n' >"$known/README.md"
+printf '# B\n' >"$known/b.md"
+out=$(in_known --baseline known.json 2>"$work/err")
+status=$?
+[ "$status" = 1 ] && [ "$out" = 'README.md:4:26: missing-file: no file "new.md"' ] &&
+  [[ $(cat "$work/err") == *"1 new problem (1 missing-file); 2 known, 1 fixed" ]] && ok ||
+  fail "check --baseline exited $status with: $out $(cat "$work/err")"
+sarif=$(in_known --baseline known.json --format sarif 2>/dev/null)
+node -e 'let s="";
+  process.stdin.on("data",d=>s+=d).on("end",()=>{const r=JSON.parse(s).runs[0].results;
+  process.exit(r.map(x=>x.ruleId+":"+x.baselineState).join(" ")===
+    "missing-file:unchanged site-path:unchanged missing-file:new"?0:1)})' <<<"$sarif" &&
+  ok || fail "check --baseline --format sarif does not mark the results new and unchanged"
+# Files are known by their path from the root, wherever the check runs from.
+printf '# A\n[m](gone.md) [s](/site/)\n' >"$known/README.md"
+expect "check --baseline known/known.json known" 0 "no new problems; 2 known, 1 fixed"
+expect "check --baseline known/missing.json known" 2 "cannot read the baseline known/missing.json"
+printf '{"problems": 1}' >"$known/bad.json"
+expect "check --baseline known/bad.json known" 2 "is not a baseline written by --write-baseline"
+expect "check --baseline a --write-baseline b known" 2 "cannot be used together"
 
 # Every example of the help runs, in a repository that has the files they name.
 examples_dir=$work/help-examples

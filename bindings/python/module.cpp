@@ -23,28 +23,35 @@ using tarnwick::engines::references::ReferenceInfo;
 
 namespace {
 
-// Text as the records write it: bytes that are not UTF-8 become U+FFFD, as in the command's
-// JSON Lines. Well-formed text, nearly all of it, is decoded once.
-py::object text(const std::string& bytes) {
+// A new reference to text as the records write it: bytes that are not UTF-8 become U+FFFD, as
+// in the command's JSON Lines. Well-formed text, nearly all of it, is decoded once.
+PyObject* new_text(std::string_view bytes) {
   if (PyObject* decoded =
           PyUnicode_DecodeUTF8(bytes.data(), static_cast<Py_ssize_t>(bytes.size()), nullptr)) {
-    return py::reinterpret_steal<py::object>(decoded);
+    return decoded;
   }
   PyErr_Clear();
   const std::string replaced = tarnwick::text::decode_utf8(bytes);
-  return py::str(replaced.data(), replaced.size());
+  return PyUnicode_DecodeUTF8(replaced.data(), static_cast<Py_ssize_t>(replaced.size()), nullptr);
 }
 
-py::object optional_text(const std::optional<std::string>& value) {
-  return value ? text(*value) : py::none();
+PyObject* new_reference(PyObject* object) {
+  Py_INCREF(object);
+  return object;
 }
 
-// The records' keys, made once: every record reuses the same key objects.
+PyObject* new_optional_text(const std::optional<std::string>& value) {
+  return value ? new_text(*value) : new_reference(Py_None);
+}
+
+// The records' keys and their most common values, made once: every record reuses them.
 struct Keys {
   py::str type{"type"}, path{"path"}, file_id{"file_id"}, id{"id"}, name{"name"}, kind{"kind"},
       fqn{"fqn"}, start_line{"start_line"}, end_line{"end_line"}, signature{"signature"},
       is_export{"is_export"}, docstring{"docstring"}, qualifier{"qualifier"}, line{"line"},
-      source_fqn{"source_fqn"}, symbol{"symbol"}, reference{"reference"};
+      source_fqn{"source_fqn"}, symbol{"symbol"}, reference{"reference"}, section{"section"},
+      doc_link{std::string(to_string(tarnwick::engines::references::RefKind::doc_link))},
+      wiki_link{std::string(to_string(tarnwick::engines::references::RefKind::wiki_link))};
 };
 
 const Keys& keys() {
@@ -59,51 +66,92 @@ struct RecordTypes {
   py::object reference;
 };
 
-// One record with exactly the keys of its JSON Lines record, in their order.
-py::object symbol_record(const RecordTypes& types, const py::object& path, const Symbol& s) {
-  const Keys& k = keys();
-  py::object record = types.symbol();
-  record[k.type] = k.symbol;
-  record[k.path] = path;
-  record[k.file_id] = s.file_id;
-  record[k.id] = s.id ? py::object(py::int_(*s.id)) : py::none();
-  record[k.name] = text(s.name);
-  record[k.kind] = text(s.kind);
-  record[k.fqn] = text(s.fqn);
-  record[k.start_line] = s.start_line;
-  record[k.end_line] = s.end_line;
-  record[k.signature] = text(s.signature);
-  record[k.is_export] = py::bool_(s.is_export);
-  record[k.docstring] = optional_text(s.docstring);
-  return record;
-}
-
-py::object reference_record(const RecordTypes& types, const py::object& path, std::int64_t file_id,
-                            const ReferenceInfo& r) {
-  const Keys& k = keys();
-  py::object record = types.reference();
-  record[k.type] = k.reference;
-  record[k.path] = path;
-  record[k.file_id] = file_id;
-  record[k.name] = text(r.name);
-  record[k.qualifier] = optional_text(r.qualifier);
-  record[k.kind] = py::str(std::string(tarnwick::engines::references::to_string(r.kind)));
-  record[k.line] = r.line;
-  record[k.source_fqn] = optional_text(r.source_fqn);
-  return record;
-}
-
-// The symbols' and the references' records of one file.
-std::pair<py::list, py::list> records(const RecordTypes& types, const std::string& path,
-                                      std::int64_t file_id,
-                                      const tarnwick::IndexedDocument& document) {
-  const py::object written_path = text(path);
-  py::list symbols, references;
-  for (const Symbol& s : document.symbols) symbols.append(symbol_record(types, written_path, s));
-  for (const ReferenceInfo& r : document.references) {
-    references.append(reference_record(types, written_path, file_id, r));
+// Records are made with the C API, a value at a time straight into the dict: the GIL is held
+// for all of it, so it is the part of index_paths that no thread can share.
+class RecordMaker {
+ public:
+  explicit RecordMaker(const py::object& type) : record_(PyObject_CallNoArgs(type.ptr())) {
+    if (!record_) throw py::error_already_set();
   }
-  return {symbols, references};
+  RecordMaker(const RecordMaker&) = delete;
+  RecordMaker& operator=(const RecordMaker&) = delete;
+  ~RecordMaker() { Py_XDECREF(record_); }
+
+  // Sets record[key] to a new reference, which the record takes.
+  RecordMaker& put(const py::handle& key, PyObject* value) {
+    const int failed = value ? PyDict_SetItem(record_, key.ptr(), value) : -1;
+    Py_XDECREF(value);
+    if (failed) throw py::error_already_set();
+    return *this;
+  }
+  RecordMaker& put_shared(const py::handle& key, const py::handle& value) {
+    return put(key, new_reference(value.ptr()));
+  }
+  RecordMaker& put_int(const py::handle& key, std::int64_t value) {
+    return put(key, PyLong_FromLongLong(value));
+  }
+
+  // The record, appended to `list`.
+  void append_to(const py::list& list) {
+    if (PyList_Append(list.ptr(), record_) != 0) throw py::error_already_set();
+  }
+
+ private:
+  PyObject* record_;  // owned
+};
+
+// One record with exactly the keys of its JSON Lines record, in their order.
+void append_symbol(const py::list& out, const py::object& type, const py::object& path,
+                   const Symbol& s) {
+  const Keys& k = keys();
+  RecordMaker record(type);
+  record.put_shared(k.type, k.symbol)
+      .put_shared(k.path, path)
+      .put_int(k.file_id, s.file_id)
+      .put(k.id, s.id ? PyLong_FromLongLong(*s.id) : new_reference(Py_None))
+      .put(k.name, new_text(s.name))
+      .put(k.kind, s.kind == "section" ? new_reference(k.section.ptr()) : new_text(s.kind))
+      .put(k.fqn, new_text(s.fqn))
+      .put_int(k.start_line, s.start_line)
+      .put_int(k.end_line, s.end_line)
+      .put(k.signature, new_text(s.signature))
+      .put(k.is_export, PyBool_FromLong(s.is_export))
+      .put(k.docstring, new_optional_text(s.docstring))
+      .append_to(out);
+}
+
+void append_reference(const py::list& out, const py::object& type, const py::object& path,
+                      std::int64_t file_id, const ReferenceInfo& r) {
+  using tarnwick::engines::references::RefKind;
+  const Keys& k = keys();
+  RecordMaker record(type);
+  record.put_shared(k.type, k.reference)
+      .put_shared(k.path, path)
+      .put_int(k.file_id, file_id)
+      .put(k.name, new_text(r.name))
+      .put(k.qualifier, new_optional_text(r.qualifier))
+      .put_shared(k.kind, r.kind == RefKind::wiki_link ? k.wiki_link : k.doc_link)
+      .put_int(k.line, r.line)
+      .put(k.source_fqn, new_optional_text(r.source_fqn))
+      .append_to(out);
+}
+
+// A path as the records write it, as a Python object.
+py::object path_object(const std::string& path) {
+  const py::object written = py::reinterpret_steal<py::object>(new_text(path));
+  if (!written) throw py::error_already_set();
+  return written;
+}
+
+// Appends the records of one file: its symbols', then its references'.
+void append_record_objects(const py::list& symbols, const py::list& references,
+                           const RecordTypes& types, const std::string& path, std::int64_t file_id,
+                           const tarnwick::IndexedDocument& document) {
+  const py::object written_path = path_object(path);
+  for (const Symbol& s : document.symbols) append_symbol(symbols, types.symbol, written_path, s);
+  for (const ReferenceInfo& r : document.references) {
+    append_reference(references, types.reference, written_path, file_id, r);
+  }
 }
 
 py::tuple index_one(const py::object& data, const std::string& path, std::int64_t file_id,
@@ -121,7 +169,9 @@ py::tuple index_one(const py::object& data, const std::string& path, std::int64_
     document =
         tarnwick::index_markdown(bytes, path, {.prefix = {}, .file_id = file_id, .debug_log = {}});
   }
-  auto [symbols, references] = records({symbol_type, reference_type}, path, file_id, document);
+  py::list symbols, references;
+  append_record_objects(symbols, references, {symbol_type, reference_type}, path, file_id,
+                        document);
   return py::make_tuple(symbols, references);
 }
 
@@ -142,11 +192,12 @@ py::tuple select_paths(const std::vector<std::string>& paths) {
 }
 
 // Indexes the files (location, path, prefix) on `jobs` threads, numbering them from
-// `first_file_id`; returns, in order, (records, error) for each file: the file's records (of
-// the package's record types), or none and why it could not be read.
-py::list index_files(const std::vector<std::tuple<std::string, std::string, std::string>>& files,
-                     unsigned jobs, std::int64_t first_file_id, const py::object& symbol_type,
-                     const py::object& reference_type) {
+// `first_file_id`; returns (records, error): the records of the files in order (of the
+// package's record types), up to the first file that cannot be read, and why it could not be
+// (none when every file was read).
+py::tuple index_files(const std::vector<std::tuple<std::string, std::string, std::string>>& files,
+                      unsigned jobs, std::int64_t first_file_id, const py::object& symbol_type,
+                      const py::object& reference_type) {
   std::vector<tarnwick::repo::SourceFile> sources;
   for (const auto& [location, path, prefix] : files)
     sources.push_back({location, path, prefix, {}});
@@ -156,25 +207,22 @@ py::list index_files(const std::vector<std::tuple<std::string, std::string, std:
     py::gil_scoped_release released;
     tarnwick::repo::extract_in_order(
         sources, first_file_id, jobs, false,
-        [&](const tarnwick::repo::SourceFile&, const tarnwick::repo::Extracted& e) {
-          extracted.push_back(e);
-          return true;
+        [&](const tarnwick::repo::SourceFile&, tarnwick::repo::Extracted&& e) {
+          const bool read = !e.error;
+          extracted.push_back(std::move(e));
+          return read;
         });
   }
   const RecordTypes types{symbol_type, reference_type};
-  py::list out;
+  py::list records;
   for (std::size_t i = 0; i < extracted.size(); ++i) {
     const auto& e = extracted[i];
     if (e.error) {
-      out.append(
-          py::make_tuple(py::none(), "cannot read " + e.error->what + ": " + e.error->reason));
-      continue;
+      return py::make_tuple(records, "cannot read " + e.error->what + ": " + e.error->reason);
     }
-    auto [all, references] = records(types, sources[i].path, e.file_id, e.found);
-    for (const auto& r : references) all.append(r);
-    out.append(py::make_tuple(all, py::none()));
+    append_record_objects(records, records, types, sources[i].path, e.file_id, e.found);
   }
-  return out;
+  return py::make_tuple(records, py::none());
 }
 
 // The JSON Lines of files (location, path, prefix), numbered from `first_file_id`, exactly as
@@ -312,11 +360,10 @@ class PyStore {
       const std::lock_guard lock(mutex_);
       return open().references_to(target);
     }();
-    const RecordTypes types{py::none(), reference_type};
     py::list records;
     for (const auto& each : value_of(found)) {
-      records.append(
-          reference_record(types, text(each.file.path), each.file.file_id, each.reference));
+      append_reference(records, reference_type, path_object(each.file.path), each.file.file_id,
+                       each.reference);
     }
     return records;
   }
@@ -328,10 +375,9 @@ class PyStore {
       const std::lock_guard lock(mutex_);
       return open().symbols_matching(query, limit);
     }();
-    const RecordTypes types{symbol_type, py::none()};
     py::list records;
     for (const auto& each : value_of(found)) {
-      records.append(symbol_record(types, text(each.file.path), each.symbol));
+      append_symbol(records, symbol_type, path_object(each.file.path), each.symbol);
     }
     return records;
   }
@@ -352,9 +398,7 @@ class PyStore {
     const RecordTypes types{symbol_type, reference_type};
     py::list out;
     for (const auto& [file, document] : files) {
-      auto [all, references] = records(types, file.path, file.file_id, document);
-      for (const auto& r : all) out.append(r);
-      for (const auto& r : references) out.append(r);
+      append_record_objects(out, out, types, file.path, file.file_id, document);
     }
     return out;
   }

@@ -1,6 +1,7 @@
 #include "check/check.hpp"
 
 #include <algorithm>
+#include <initializer_list>
 #include <set>
 #include <utility>
 
@@ -39,22 +40,28 @@ bool is_line_fragment(std::string_view fragment) {
   return pos == fragment.size();
 }
 
+// "{{...}}" (Hugo's shortcodes, Go templates) or "{%...%}" (Liquid's tags): text that a site
+// generator replaces before the link means anything.
+bool holds_template(std::string_view target) {
+  for (const auto& [open, close] : {std::pair{"{{", "}}"}, std::pair{"{%", "%}"}}) {
+    const std::size_t at = target.find(open);
+    if (at != std::string_view::npos && target.find(close, at + 2) != std::string_view::npos) {
+      return true;
+    }
+  }
+  return false;
+}
+
 Problem located(const std::string& path, const Link& link) {
   Problem problem;
   problem.path = path;
+  problem.file = path;
   problem.line = link.line;
   problem.column = link.column;
   problem.target = link.written;
   problem.span = link.span;
   problem.target_span = link.written_span;
   return problem;
-}
-
-std::string in_quotes(std::string_view text) {
-  std::string quoted(1, '"');
-  quoted.append(text);
-  quoted += '"';
-  return quoted;
 }
 
 // The rules, for the links of one workspace.
@@ -70,6 +77,12 @@ class Checker {
       return std::optional(std::move(problem));
     };
 
+    // First, whatever else is wrong with such a target: it is not the link GitHub shows.
+    if (holds_template(link.written)) {
+      return report(Code::template_syntax,
+                    "the target holds a site generator's template syntax, which GitHub shows "
+                    "as written");
+    }
     using Status = repo::Destination::Status;
     const repo::Destination destination = repo::resolve_destination(path, link.destination);
     if (destination.status == Status::malformed) {
@@ -196,6 +209,13 @@ class Checker {
 };
 
 }  // namespace
+
+std::string in_quotes(std::string_view text) {
+  std::string quoted(1, '"');
+  quoted.append(text);
+  quoted += '"';
+  return quoted;
+}
 
 std::optional<Code> code_named(std::string_view name) {
   for (const CodeInfo& code : CODES) {

@@ -23,8 +23,10 @@ enum class Code {
   site_path,
   html_for_markdown,
   custom_anchor,
+  template_syntax,
   missing_page,
   ambiguous_page,
+  unused_suppression,
 };
 
 struct CodeInfo {
@@ -34,7 +36,7 @@ struct CodeInfo {
   bool site_generator;           // written for a site generator rather than for the repository
 };
 
-inline constexpr std::array<CodeInfo, 12> CODES = {{
+inline constexpr std::array<CodeInfo, 14> CODES = {{
     {Code::missing_file, "missing-file", "The link leads to no file or directory.", false},
     {Code::missing_anchor, "missing-anchor",
      "No heading or HTML anchor of this file has the link's fragment.", false},
@@ -55,8 +57,14 @@ inline constexpr std::array<CodeInfo, 12> CODES = {{
      "An .html link whose .md file exists: written for a site generator.", true},
     {Code::custom_anchor, "custom-anchor",
      "A fragment that only a {#id} heading attribute makes, which GitHub does not read.", true},
+    {Code::template_syntax, "template-syntax",
+     "The target holds a site generator's template syntax ({{...}} or {%...%}).", true},
     {Code::missing_page, "missing-page", "A wiki link names no Markdown file.", false},
     {Code::ambiguous_page, "ambiguous-page", "A wiki link names several Markdown files.", false},
+    {Code::unused_suppression, "unused-suppression",
+     "A tarnwick-md-ignore comment that silences nothing: a code misspelt, or (asked for) one no "
+     "problem needs.",
+     false},
 }};
 
 constexpr const CodeInfo& info(Code code) {
@@ -65,8 +73,15 @@ constexpr const CodeInfo& info(Code code) {
 
 std::optional<Code> code_named(std::string_view name);
 
+// Text in double quotes, as messages name targets, paths and codes.
+std::string in_quotes(std::string_view text);
+
+// Whether a problem was known to a baseline: none when the run had no baseline.
+enum class BaselineState { none, new_problem, unchanged };
+
 struct Problem {
-  std::string path;  // of the file that holds the link, from the root
+  std::string path;  // of the file that holds the link, from the root or as the reader opens it
+  std::string file;  // that file's path from the root, always: what a baseline knows it by
   std::int64_t line = 0;
   std::int64_t column = 0;
   std::string target;  // the link as written
@@ -79,6 +94,7 @@ struct Problem {
   // decoded fragment: what --changed filters on and suggestions start from.
   std::string resolved;
   std::string fragment;
+  BaselineState baseline = BaselineState::none;
   bool operator==(const Problem&) const = default;
 };
 

@@ -1,10 +1,13 @@
 #include "check/find.hpp"
 
+#include <fnmatch.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <unordered_set>
 
 #include "check/changes.hpp"
+#include "check/suppression.hpp"
 
 namespace tarnwick::check {
 
@@ -58,6 +61,13 @@ void add_errors(const std::vector<repo::ReadError>& errors, std::vector<std::str
   }
 }
 
+// Whether a target as written matches one of the globs ("*" matches "/" too).
+bool accepted(const std::vector<std::string>& globs, const std::string& target) {
+  return std::any_of(globs.begin(), globs.end(), [&](const std::string& glob) {
+    return ::fnmatch(glob.c_str(), target.c_str(), 0) == 0;
+  });
+}
+
 }  // namespace
 
 CheckResult find_problems(const CheckOptions& options) {
@@ -102,11 +112,19 @@ CheckResult find_problems(const CheckOptions& options) {
     add_errors(unread, result.errors);
     for (const std::string& path : sources) {
       ++result.files;
+      std::vector<Problem> found;
       for (Problem& problem : check_document(workspace, path, result.links)) {
-        if (std::find(options.ignored.begin(), options.ignored.end(), problem.code) !=
-            options.ignored.end()) {
-          continue;
+        if (std::find(options.ignored.begin(), options.ignored.end(), problem.code) ==
+                options.ignored.end() &&
+            !accepted(options.accepted, problem.target)) {
+          found.push_back(std::move(problem));
         }
+      }
+      if (const repo::Document* document = workspace.document(path)) {
+        found = unsuppressed(std::move(found), path, document->read.comments,
+                             options.report_unused_suppressions);
+      }
+      for (Problem& problem : found) {
         if (only_changed && !changed.contains(problem.path) &&
             !changed.contains(problem.resolved)) {
           continue;

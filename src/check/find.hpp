@@ -12,12 +12,14 @@
 namespace tarnwick::check {
 
 struct CheckOptions {
-  std::vector<std::string> paths;    // files and directories; a directory is a repository root
-  std::optional<std::string> root;   // the one root of all the paths instead
-  repo::SelectionOptions selection;  // which Markdown files have their links checked
-  std::vector<Code> ignored;         // problems not reported
+  std::vector<std::string> paths;     // files and directories; a directory is a repository root
+  std::optional<std::string> root;    // the one root of all the paths instead
+  repo::SelectionOptions selection;   // which Markdown files have their links checked
+  std::vector<Code> ignored;          // problems not reported
+  std::vector<std::string> accepted;  // globs of targets, as written, known to be fine
   Format format = Format::text;
-  bool wiki = false;  // check [[wiki links]] too
+  bool wiki = false;                        // check [[wiki links]] too
+  bool report_unused_suppressions = false;  // a tarnwick-md-ignore comment that silences nothing
   // Only links from these files and into them: paths from the current directory, or what git
   // says changed since a commit.
   std::vector<std::string> changed;

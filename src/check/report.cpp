@@ -119,7 +119,13 @@ std::string sarif(const std::vector<Problem>& problems) {
     out += "},\"locations\":[{\"physicalLocation\":{\"artifactLocation\":{\"uri\":";
     append_json_string(out, uri_path(problem.path));
     out += "},\"region\":{\"startLine\":" + std::to_string(problem.line) +
-           ",\"startColumn\":" + std::to_string(problem.column) + "}}}]}";
+           ",\"startColumn\":" + std::to_string(problem.column) + "}}}]";
+    if (problem.baseline != BaselineState::none) {
+      out += ",\"baselineState\":\"";
+      out += problem.baseline == BaselineState::unchanged ? "unchanged" : "new";
+      out += '"';
+    }
+    out += '}';
   }
   out += "]}]}\n";
   return out;

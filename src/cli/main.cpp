@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "cli/check.hpp"
+#include "cli/config.hpp"
 #include "cli/index.hpp"
 #include "cli/output.hpp"
 #include "cli/store.hpp"
@@ -87,6 +88,24 @@ void add_jobs_option(CLI::App& command, unsigned& jobs, const std::string& descr
       ->check(CLI::Range(1u, 1024u).description(""));
 }
 
+// --config FILE and --no-config: which configuration file a command reads for `settings`.
+void add_config_options(CLI::App& command, tarnwick::cli::ConfigChoice& choice,
+                        const std::string& settings) {
+  command
+      .add_option("--config", choice.file,
+                  "Read the settings " + settings +
+                      " from FILE, not from .tarnwick-md.toml in the current directory. Flags "
+                      "add to the file's lists and override its values.")
+      ->type_name("FILE");
+  command.add_flag("--no-config", choice.none, "Read no configuration file.");
+}
+
+// A configuration file that cannot be used: its one line, exit status 2.
+int configuration_error(const std::string& line) {
+  std::cerr << PROGRAM << ": " << line << "\n";
+  return 2;
+}
+
 int print_help(const CLI::App& command) {
   std::cout << command.help(command.get_parent() ? PROGRAM : "");
   return tarnwick::cli::flushed(std::cout, std::cerr) ? 0 : 1;
@@ -150,6 +169,8 @@ int main(int argc, char** argv) {
   add_jobs_option(*index_command, index.jobs,
                   "Files indexed at once (1 to 1024), each on its own thread. The output is the "
                   "same for any number. Default: the number of cores.");
+  tarnwick::cli::ConfigChoice index_config;
+  add_config_options(*index_command, index_config, "(its exclude globs)");
   index_command->footer(
       "Examples:\n"
       "  tarnwick-md index docs > records.jsonl\n"
@@ -204,9 +225,20 @@ int main(int argc, char** argv) {
                    "Do not report problems of this code (see below). May be repeated.")
       ->type_name("CODE")
       ->allow_extra_args(false);
-  check_command->add_flag("--wiki", check.wiki,
-                          "Check [[Page]], [[Page#Heading]] and [[Page|label]] wiki links too: a "
-                          "page is a Markdown file of that name anywhere under the root.");
+  const CLI::Option* wiki_option = check_command->add_flag(
+      "--wiki,!--no-wiki", check.wiki,
+      "Check [[Page]], [[Page#Heading]] and [[Page|label]] wiki links too: a page is a Markdown "
+      "file of that name anywhere under the root. --no-wiki overrides the configuration's "
+      "wiki = true.");
+  check_command->add_flag("--report-unused-suppressions", check.report_unused_suppressions,
+                          "Report each tarnwick-md-ignore comment that silences no problem, as "
+                          "unused-suppression.");
+  check_command
+      ->add_option("--accept", check.accepted,
+                   "Report no problem of a link whose target, as written, matches GLOB ('*' "
+                   "matches '/' too). May be repeated.")
+      ->type_name("GLOB")
+      ->allow_extra_args(false);
   check_command
       ->add_option("--changed", check.changed,
                    "Report only the links from these files and the links into them. Takes "
@@ -233,6 +265,20 @@ int main(int argc, char** argv) {
                           "Take what git ignores as part of the repository too.");
   add_jobs_option(*check_command, check.jobs,
                   "Files read at once (1 to 1024). Default: the number of cores.");
+  tarnwick::cli::ConfigChoice check_config;
+  add_config_options(*check_command, check_config, "(ignore, exclude, accept, wiki)");
+  tarnwick::cli::BaselineFiles check_baseline;
+  check_command
+      ->add_option("--baseline", check_baseline.compare_with,
+                   "Report only the problems that FILE, written by --write-baseline, does not "
+                   "know (matched by file, code and target, not by line), and how many it knows "
+                   "are fixed; exit with 1 only on new ones. SARIF marks each result new or "
+                   "unchanged.")
+      ->type_name("FILE");
+  check_command
+      ->add_option("--write-baseline", check_baseline.write_to,
+                   "Record the problems found in FILE as known, instead of reporting them.")
+      ->type_name("FILE");
   {
     std::string codes = "Problem codes:\n";
     for (const auto& code : tarnwick::check::CODES) {
@@ -418,8 +464,15 @@ int main(int argc, char** argv) {
       check.ignored.push_back(*code);
     }
     check.selection.git_ignores = !check_no_ignore;
+    if (const auto error =
+            tarnwick::cli::configure_check(check_config, check, wiki_option->count() > 0)) {
+      return configuration_error(*error);
+    }
     std::ios::sync_with_stdio(false);
-    return tarnwick::cli::run_check(check, std::cout, std::cerr);
+    if (check_baseline.compare_with && check_baseline.write_to) {
+      return usage_error("--baseline and --write-baseline cannot be used together", std::nullopt);
+    }
+    return tarnwick::cli::run_check(check, check_baseline, std::cout, std::cerr);
   }
   if (index_command->parsed() && index_db) {
     tarnwick::cli::UpdateCommand update{index, *index_db, index_rebuild, index.paths.empty()};
@@ -434,13 +487,18 @@ int main(int argc, char** argv) {
         (index.paths.size() != 1 || std::filesystem::is_directory(index.paths[0]))) {
       return usage_error("--prefix needs a single file argument", std::nullopt);
     }
-    for (const char* selection :
-         {"--stdin-path", "--hidden", "--follow", "--no-ignore", "--exclude", "--paths-from-cwd"}) {
+    for (const char* selection : {"--stdin-path", "--hidden", "--follow", "--no-ignore",
+                                  "--exclude", "--paths-from-cwd", "--config"}) {
       if (update.repeat && index_command->count(selection) > 0) {
         return usage_error(std::string(selection) +
                                " needs PATH with --db: without PATH, the last update's "
                                "selection is repeated",
                            std::nullopt);
+      }
+    }
+    if (!update.repeat) {
+      if (const auto error = tarnwick::cli::configure_index(index_config, update.index.selection)) {
+        return configuration_error(*error);
       }
     }
     return tarnwick::cli::run_update(update, std::cerr);
@@ -468,6 +526,9 @@ int main(int argc, char** argv) {
   } else if (index_command->parsed()) {
     if (index.paths.empty()) index.paths.push_back(".");
     index.selection.git_ignores = !no_ignore;
+    if (const auto error = tarnwick::cli::configure_index(index_config, index.selection)) {
+      return configuration_error(*error);
+    }
     const bool reads_stdin =
         std::find(index.paths.begin(), index.paths.end(), "-") != index.paths.end();
     if (reads_stdin && !index.selection.stdin_path && !index.selection.prefix) {

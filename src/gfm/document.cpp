@@ -483,13 +483,13 @@ class Reader {
   // Gives the last block the items found since it began.
   void count_items() {
     if (found_.blocks.empty()) return;
-    const std::size_t sizes[] = {found_.links.size(), found_.references.size(),
-                                 found_.headings.size(), found_.html_anchors.size(),
-                                 found_.footnote_references.size()};
+    const std::size_t sizes[] = {
+        found_.links.size(),        found_.references.size(),          found_.headings.size(),
+        found_.html_anchors.size(), found_.footnote_references.size(), found_.comments.size()};
     Block& block = found_.blocks.back();
-    std::size_t* counts[] = {&block.links, &block.references, &block.headings, &block.html_anchors,
-                             &block.footnote_references};
-    for (std::size_t kind = 0; kind < 5; ++kind) {
+    std::size_t* counts[] = {&block.links,        &block.references,          &block.headings,
+                             &block.html_anchors, &block.footnote_references, &block.comments};
+    for (std::size_t kind = 0; kind < std::size(counts); ++kind) {
       *counts[kind] = sizes[kind] - counted_[kind];
       counted_[kind] = sizes[kind];
     }
@@ -838,6 +838,23 @@ class Reader {
       }
       found_.links.push_back(std::move(link));
     });
+    comments(text, start.line);
+  }
+
+  // The HTML comments of raw HTML that starts at `line`, with the lines they span.
+  void comments(std::string_view html, std::int64_t line) {
+    std::size_t counted = 0;  // the newlines before it are counted in `line`
+    for (std::size_t open = html.find("<!--"); open != std::string_view::npos;) {
+      const std::size_t close = html.find("-->", open + 4);
+      if (close == std::string_view::npos) return;
+      line += std::count(html.begin() + static_cast<std::ptrdiff_t>(counted),
+                         html.begin() + static_cast<std::ptrdiff_t>(open), '\n');
+      const std::string_view inside = html.substr(open + 4, close - open - 4);
+      found_.comments.push_back(
+          {std::string(inside), line, line + std::count(inside.begin(), inside.end(), '\n')});
+      counted = open;
+      open = html.find("<!--", close + 3);
+    }
   }
 
   // The column of `offset` in a later line of raw HTML, whose indentation and container
@@ -900,7 +917,7 @@ class Reader {
   int last_line_;
   int line_offset_;  // from cmark-gfm's lines to the text's
   LinkedDocument found_;
-  std::size_t counted_[5] = {};  // of each kind of item, those given to a block
+  std::size_t counted_[6] = {};  // of each kind of item, those given to a block
   std::optional<Paragraph> paragraph_;
   Lines blocks_without_definitions_;
 };
@@ -1205,6 +1222,11 @@ LinkedDocument reread(const LinkedDocument& old, std::string_view old_markdown,
   read.html_anchors = merge(old.html_anchors, part.html_anchors, &Block::html_anchors, move_anchor);
   read.footnote_references = merge(old.footnote_references, part.footnote_references,
                                    &Block::footnote_references, move_anchor);
+  read.comments = merge(old.comments, part.comments, &Block::comments, [&](Comment c) {
+    c.line = moved_line(c.line);
+    c.end_line = moved_line(c.end_line);
+    return c;
+  });
   // Definitions stand outside the part, where the text holds them.
   for (const Definition& definition : old.definitions) {
     Definition& kept = read.definitions.emplace_back(definition);

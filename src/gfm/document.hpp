@@ -67,14 +67,15 @@ struct Anchor {
 };
 
 // A block of the document's top level, as GitHub's parser closed it, and how many of the
-// document's links of the text, references, headings, HTML anchors and footnote references
-// stand in it.
+// document's links of the text, references, headings, HTML anchors, footnote references and
+// HTML comments stand in it.
 struct Block {
   std::int64_t line = 0;  // 0 for one the table extension left without a place
   std::int64_t column = 0;
   std::int64_t end_line = 0;
   int type = 0;
-  std::size_t links = 0, references = 0, headings = 0, html_anchors = 0, footnote_references = 0;
+  std::size_t links = 0, references = 0, headings = 0, html_anchors = 0, footnote_references = 0,
+              comments = 0;
   bool operator==(const Block&) const = default;
 };
 
@@ -88,6 +89,14 @@ struct Heading {
   bool operator==(const Heading&) const = default;
 };
 
+// An HTML comment, "<!-- text -->", in raw HTML: never one in code.
+struct Comment {
+  std::string text;  // between "<!--" and "-->"
+  std::int64_t line = 0;
+  std::int64_t end_line = 0;  // of its "-->"
+  bool operator==(const Comment&) const = default;
+};
+
 struct LinkedDocument {
   // The links of the text in document order, then those of reference links: a definition
   // once however many links use it, in the order of their first use, and last the definitions
@@ -96,6 +105,7 @@ struct LinkedDocument {
   std::vector<Definition> definitions;  // in document order; the first of a label counts
   std::vector<Reference> references;    // in document order
   std::vector<Heading> headings;        // in document order
+  std::vector<Comment> comments;        // in document order
   // Heading ids, raw HTML ids and names, footnote ids: what a fragment may name.
   std::unordered_set<std::string> anchors;
   // A "{#id}" written at the end of a heading, lowercased, and the id the heading really has.

@@ -112,7 +112,7 @@ std::size_t held_bytes(const Extracted& extracted) {
 
 void extract_in_order(const std::vector<SourceFile>& files, std::int64_t first_file_id,
                       unsigned jobs, bool verbose,
-                      const std::function<bool(const SourceFile&, const Extracted&)>& emit,
+                      const std::function<bool(const SourceFile&, Extracted&&)>& emit,
                       const ParseFilter& parse_if) {
   if (jobs <= 1) {
     // One job needs no workers: the calling thread extracts and emits with no handoff.
@@ -164,7 +164,7 @@ void extract_in_order(const std::vector<SourceFile>& files, std::int64_t first_f
       ++next_to_emit;
     }
     room.notify_all();
-    if (!emit(files[next_to_emit - 1], extracted)) {
+    if (!emit(files[next_to_emit - 1], std::move(extracted))) {
       // The workers finish the files they hold and take no more.
       const std::lock_guard lock(mutex);
       next_to_take = files.size();

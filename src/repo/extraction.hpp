@@ -46,11 +46,11 @@ Extracted extract_file(const SourceFile& file, std::int64_t file_id, bool verbos
                        const ParseFilter& parse_if = {});
 
 // Extracts the files on `jobs` threads and hands each result to `emit` in file order, on the
-// calling thread; the files' file_ids count from `first_file_id`. When `emit` returns false,
-// no further file is extracted or emitted.
+// calling thread, which may keep it; the files' file_ids count from `first_file_id`. When
+// `emit` returns false, no further file is extracted or emitted.
 void extract_in_order(const std::vector<SourceFile>& files, std::int64_t first_file_id,
                       unsigned jobs, bool verbose,
-                      const std::function<bool(const SourceFile&, const Extracted&)>& emit,
+                      const std::function<bool(const SourceFile&, Extracted&&)>& emit,
                       const ParseFilter& parse_if = {});
 
 }  // namespace tarnwick::repo

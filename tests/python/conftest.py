@@ -28,5 +28,5 @@ def corpus() -> Path:
 
 def cli_records(binary: str, *paths) -> list:
     """The records `tarnwick-md index PATH...` writes, parsed."""
-    out = subprocess.run([binary, "index", *map(str, paths)], check=True, capture_output=True)
+    out = subprocess.run([binary, "index", "--no-config", *map(str, paths)], check=True, capture_output=True)
     return [json.loads(line) for line in out.stdout.decode("utf-8").splitlines()]

@@ -15,7 +15,7 @@ def write(root, files):
 
 
 def cli_problems(binary, *arguments):
-    out = subprocess.run([binary, "check", "--format", "json", *map(str, arguments)],
+    out = subprocess.run([binary, "check", "--no-config", "--format", "json", *map(str, arguments)],
                          capture_output=True)
     assert out.returncode in (0, 1), out.stderr
     return [json.loads(line) for line in out.stdout.decode("utf-8").splitlines()]

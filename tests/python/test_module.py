@@ -30,7 +30,7 @@ def test_records_equal_the_command_on_every_corpus_file(tarnwick_md, corpus):
 
 def test_records_read_as_attributes_and_dump_as_the_command_writes(tmp_path, tarnwick_md):
     (tmp_path / "a.md").write_bytes(b"---\ntitle: Guide\n---\nIntro [x](x.md#y).\r\n")
-    line = subprocess.run([tarnwick_md, "index", str(tmp_path)], check=True,
+    line = subprocess.run([tarnwick_md, "index", "--no-config", str(tmp_path)], check=True,
                           capture_output=True).stdout.decode().splitlines()
     records = list(tm.index_paths(tmp_path, jobs=1))
     assert [json.dumps(r, ensure_ascii=False, separators=(",", ":")) for r in records] == line
@@ -93,7 +93,7 @@ def test_the_module_runs_as_the_command(tmp_path, tarnwick_md, corpus):
     repository = corpus / "jekyll__jekyll"
     ours = subprocess.run([sys.executable, "-m", "tarnwick_markdown", "index", str(repository)],
                           check=True, capture_output=True).stdout
-    theirs = subprocess.run([tarnwick_md, "index", str(repository)], check=True,
+    theirs = subprocess.run([tarnwick_md, "index", "--no-config", str(repository)], check=True,
                             capture_output=True).stdout
     assert ours == theirs
 

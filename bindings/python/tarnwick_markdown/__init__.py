@@ -111,10 +111,10 @@ def index_paths(paths: Union[str, os.PathLike, Iterable[Union[str, os.PathLike]]
         raise OSError(f"cannot read {what}: {reason}")
     for start in range(0, len(files), _FILES_PER_BATCH):
         batch = files[start:start + _FILES_PER_BATCH]
-        for records, error in _core.index_files(batch, jobs, start + 1, Symbol, Reference):
-            if error is not None:
-                raise OSError(error)
-            yield from records
+        records, error = _core.index_files(batch, jobs, start + 1, Symbol, Reference)
+        yield from records
+        if error is not None:
+            raise OSError(error)
 
 
 class Problem(Record):

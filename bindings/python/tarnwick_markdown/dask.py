@@ -30,6 +30,10 @@ DEFAULT_PARTITION_BYTES = 8 * 1024 * 1024
 
 MARKDOWN_SUFFIXES = (".md", ".markdown")
 
+# Files indexed per call into C++: their records are written out before the next call, so a
+# partition's records never sit in memory all at once (as one string, then one bytes object).
+_FILES_PER_CALL = 64
+
 
 @dataclass
 class SourceFile:
@@ -121,7 +125,9 @@ def _jsonl(partition: Partition) -> Iterator[bytes]:
     else:
         triples = [(f.where, f.path, f.prefix) for f in partition.files]
         try:
-            yield _core.index_files_jsonl(triples, 1, partition.files[0].file_id)
+            for start in range(0, len(triples), _FILES_PER_CALL):
+                yield _core.index_files_jsonl(triples[start:start + _FILES_PER_CALL], 1,
+                                              partition.files[start].file_id)
         except ValueError as error:
             raise OSError(str(error)) from None
 
@@ -181,8 +187,12 @@ def run_partitions(partitions: List[Partition], out_dir: str, scheduler: Optiona
                                processes=True, dashboard_address=":0")
         client = Client(cluster)
     try:
+        # The largest partitions are submitted first, and Dask runs tasks in the order they
+        # were submitted, so that the run does not end on a large partition alone while the
+        # other workers wait.
+        largest_first = sorted(partitions, key=lambda p: p.bytes, reverse=True)
         futures = {client.submit(index_partition, p, out_dir, key=f"tarnwick-{p.name}-{id(p)}",
-                                 pure=False, retries=0): p.name for p in partitions}
+                                 pure=False, retries=0): p.name for p in largest_first}
         entries, failures = {}, {}
         for future in as_completed(futures):
             name = futures[future]
