@@ -7,6 +7,10 @@ servers, the median ratio, and the counts that show both answered the same quest
 of the whole corpus also shows the goals. Exits with 1 when a run failed or our server left a
 step unanswered, after saying which.
 
+The harness asks `workspace/symbol` once, cold; on the whole corpus this script also times it
+warm on our server, driven by the tests' client: the same query and a few others, asked again
+after the first answer.
+
 usage: lsp_bench.py HARNESS OUR_SERVER PEER_SERVER RUNS RESULTS CORPUS WORKSPACE...
   (the servers are commands the harness splits on spaces; RESULTS gets each run's JSON)
 """
@@ -17,6 +21,11 @@ import platform
 import statistics
 import subprocess
 import sys
+import time
+from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "tests" / "lsp"))
+from lsp_client import Client  # noqa: E402  (the tests' client, found by path)
 
 # (row, the harness's name for the step, our goal on the whole corpus in ms or None); each goal
 # is also at least RATIO_GOAL times faster than the peer in the same round.
@@ -30,6 +39,10 @@ STEPS = [
     ("diagnostics after an edit", "diagnostics after an edit", 16),
 ]
 PEAK_MEMORY_GOAL_MB = 300
+WARM_SYMBOLS_GOAL_MS = 20
+# Queries of the warm workspace/symbol figure, besides the first word of the target heading.
+WARM_QUERIES = ["install", "config", "api", "tmpl", "x"]
+WARM_REPEATS = 5
 RATIO_GOAL = 10
 # A run that takes longer has hung: a run of the peer on the whole corpus takes some 15 s.
 RUN_TIMEOUT_S = 600
@@ -160,6 +173,32 @@ def table(label: str, ours: list[dict], peer: list[dict], with_goals: bool) -> l
     return lines
 
 
+def warm_symbols(our_server: str, workspace: str, target: dict) -> list[float]:
+    """Times in ms of workspace/symbol asked warm on our server: each query once cold, then
+    WARM_REPEATS more times, after the workspace is read."""
+    binary, *args = our_server.split(" ")
+    client = Client(binary, *args[1:], cwd=workspace)
+    try:
+        uri = Path(workspace, target["file"]).as_uri()
+        root = Path(workspace).as_uri()
+        client.initialize(rootUri=root, workspaceFolders=[{"uri": root, "name": "workspace"}])
+        client.open(uri, Path(workspace, target["file"]).read_text(encoding="utf-8"))
+        client.result("textDocument/references", {
+            "textDocument": {"uri": uri}, "position": {"line": 0, "character": 0},
+            "context": {"includeDeclaration": False}})
+        times = []
+        for query in [target["heading"].lstrip("#").split()[0], *WARM_QUERIES]:
+            client.result("workspace/symbol", {"query": query})
+            for _ in range(WARM_REPEATS):
+                start = time.perf_counter()
+                client.result("workspace/symbol", {"query": query})
+                times.append((time.perf_counter() - start) * 1000)
+        client.exit()
+        return times
+    finally:
+        client.kill()
+
+
 def rounds_on(harness: str, servers: dict[str, str], workspace: str, rounds: int, label: str,
               folder: str) -> tuple[dict[str, list[dict]], bool]:
     """Each server's runs, taken in turn round by round up to the first run that fails, and
@@ -198,6 +237,12 @@ def main() -> int:
         done = min(len(runs["ours"]), len(runs["peer"]))
         if done:
             print("\n".join(table(label, runs["ours"][:done], runs["peer"][:done], whole_corpus)))
+            if whole_corpus:
+                warm = warm_symbols(our_server, workspace, runs["ours"][0]["summary"]["target"])
+                met = statistics.median(warm) <= WARM_SYMBOLS_GOAL_MS
+                print(f"\nworkspace/symbol warm, ours: {spread(warm, milliseconds)} ms over "
+                      f"{len(warm)} requests of {len(WARM_QUERIES) + 1} queries (goal "
+                      f"≤ {WARM_SYMBOLS_GOAL_MS} ms: {'met' if met else 'missed'})")
             print(f"\nLoad average (1 min): {load_before} before, {load_average()} after.\n")
     return 0 if all_answered else 1
 

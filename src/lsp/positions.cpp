@@ -66,6 +66,11 @@ std::uint32_t units_between(std::string_view bytes, std::size_t from, std::size_
                             PositionEncoding encoding) {
   std::uint32_t units = 0;
   for (std::size_t pos = from; pos < to;) {
+    // Runs of ASCII, most of any Markdown, count a unit a byte in either encoding.
+    const std::size_t ascii_from = pos;
+    while (pos < to && static_cast<unsigned char>(bytes[pos]) < 0x80) ++pos;
+    units += static_cast<std::uint32_t>(pos - ascii_from);
+    if (pos == to) break;
     const Step step = step_at(bytes, pos, encoding);
     if (pos + step.bytes > to) break;
     units += step.units;

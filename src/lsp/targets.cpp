@@ -1,6 +1,7 @@
 #include "lsp/targets.hpp"
 
 #include <algorithm>
+#include <map>
 #include <set>
 #include <unordered_map>
 
@@ -133,18 +134,25 @@ void for_each_link_to(const repo::Workspace& workspace, const std::string& path,
   for (const std::string& candidate : candidates) {
     const repo::Document* document = workspace.document(candidate);
     if (!document) continue;
+    // A document repeats its destinations (a table of contents, "back to top" links): each
+    // distinct one, with its syntax, is resolved once.
+    std::map<std::pair<std::string_view, gfm::LinkSyntax>, std::optional<Lead>> leads;
     for (const gfm::Link& link : document->read.links) {
-      std::optional<Lead> lead = destination_of(workspace, candidate, link);
-      if (!lead || lead->path != path) continue;
-      if (lead->fragment) {
-        for (const std::string& form : gfm::anchor_forms(*lead->fragment, link.syntax)) {
-          const auto found = headings.find(form);
-          if (found != headings.end() && (!lead->heading || found->second < *lead->heading)) {
-            lead->heading = found->second;
+      auto [known, is_new] = leads.try_emplace({link.destination, link.syntax});
+      std::optional<Lead>& lead = known->second;
+      if (is_new) {
+        lead = destination_of(workspace, candidate, link);
+        if (lead && lead->path != path) lead.reset();
+        if (lead && lead->fragment) {
+          for (const std::string& form : gfm::anchor_forms(*lead->fragment, link.syntax)) {
+            const auto found = headings.find(form);
+            if (found != headings.end() && (!lead->heading || found->second < *lead->heading)) {
+              lead->heading = found->second;
+            }
           }
         }
       }
-      visit(candidate, link, *lead);
+      if (lead) visit(candidate, link, *lead);
     }
   }
 }
