@@ -3,7 +3,7 @@
 #include <limits>
 #include <set>
 
-#include "gfm/slug.hpp"
+#include "gfm/document.hpp"
 #include "repo/links.hpp"
 #include "store/store.hpp"
 
@@ -42,13 +42,11 @@ void read_references(sqlite::Statement& query, std::vector<Candidate>& into) {
   query.reset();
 }
 
-// The ids of a file's headings that a fragment names: the id itself or in lowercase, as GitHub
-// finds it, or, for a heading named by its text, the id made of that text.
+// The ids of a file's headings that a fragment names, as a link of that syntax names them.
 std::set<std::string> ids_named(const std::set<std::string>& ids, const std::string& fragment,
-                                bool by_text) {
+                                gfm::LinkSyntax syntax) {
   std::set<std::string> named;
-  for (const std::string& id :
-       {fragment, gfm::lowercase(fragment), by_text ? gfm::slug(fragment) : fragment}) {
+  for (const std::string& id : gfm::anchor_forms(fragment, syntax)) {
     if (ids.contains(id)) named.insert(id);
   }
   return named;
@@ -128,13 +126,16 @@ Result<std::vector<FoundReference>> Store::references_to(std::string_view writte
       anchors.bind(1, *target);
       while (anchors.step()) ids.emplace(anchors.text(0));
     }
-    const std::set<std::string> wanted = fragment ? ids_named(ids, *fragment, true) : ids;
+    // The argument's fragment may be an id or a heading's text, as a wiki link's is.
+    const std::set<std::string> wanted =
+        fragment ? ids_named(ids, *fragment, gfm::LinkSyntax::wiki) : ids;
     for (Candidate& candidate : candidates) {
       const auto& qualifier = candidate.found.reference.qualifier;
+      const gfm::LinkSyntax syntax = candidate.found.reference.kind == RefKind::wiki_link
+                                         ? gfm::LinkSyntax::wiki
+                                         : gfm::LinkSyntax::markdown;
       if (fragment && !(qualifier && (*qualifier == *fragment ||
-                                      shares_any(wanted, ids_named(ids, *qualifier,
-                                                                   candidate.found.reference.kind ==
-                                                                       RefKind::wiki_link))))) {
+                                      shares_any(wanted, ids_named(ids, *qualifier, syntax))))) {
         continue;
       }
       found.push_back(std::move(candidate.found));
