@@ -191,16 +191,23 @@ py::tuple select_paths(const std::vector<std::string>& paths) {
   return py::make_tuple(files, errors);
 }
 
+using FileTriples = std::vector<std::tuple<std::string, std::string, std::string>>;
+
+// The files (location, path, prefix) that select_paths gave, to read again.
+std::vector<tarnwick::repo::SourceFile> source_files(const FileTriples& files) {
+  std::vector<tarnwick::repo::SourceFile> sources;
+  for (const auto& [location, path, prefix] : files)
+    sources.push_back({location, path, prefix, {}});
+  return sources;
+}
+
 // Indexes the files (location, path, prefix) on `jobs` threads, numbering them from
 // `first_file_id`; returns (records, error): the records of the files in order (of the
 // package's record types), up to the first file that cannot be read, and why it could not be
 // (none when every file was read).
-py::tuple index_files(const std::vector<std::tuple<std::string, std::string, std::string>>& files,
-                      unsigned jobs, std::int64_t first_file_id, const py::object& symbol_type,
-                      const py::object& reference_type) {
-  std::vector<tarnwick::repo::SourceFile> sources;
-  for (const auto& [location, path, prefix] : files)
-    sources.push_back({location, path, prefix, {}});
+py::tuple index_files(const FileTriples& files, unsigned jobs, std::int64_t first_file_id,
+                      const py::object& symbol_type, const py::object& reference_type) {
+  const std::vector<tarnwick::repo::SourceFile> sources = source_files(files);
   std::vector<tarnwick::repo::Extracted> extracted;
   extracted.reserve(sources.size());
   {
@@ -218,7 +225,7 @@ py::tuple index_files(const std::vector<std::tuple<std::string, std::string, std
   for (std::size_t i = 0; i < extracted.size(); ++i) {
     const auto& e = extracted[i];
     if (e.error) {
-      return py::make_tuple(records, "cannot read " + e.error->what + ": " + e.error->reason);
+      return py::make_tuple(records, tarnwick::repo::describe(*e.error));
     }
     append_record_objects(records, records, types, sources[i].path, e.file_id, e.found);
   }
@@ -227,12 +234,8 @@ py::tuple index_files(const std::vector<std::tuple<std::string, std::string, std
 
 // The JSON Lines of files (location, path, prefix), numbered from `first_file_id`, exactly as
 // `tarnwick-md index` writes them; raises OSError naming the first file that cannot be read.
-py::bytes index_files_jsonl(
-    const std::vector<std::tuple<std::string, std::string, std::string>>& files, unsigned jobs,
-    std::int64_t first_file_id) {
-  std::vector<tarnwick::repo::SourceFile> sources;
-  for (const auto& [location, path, prefix] : files)
-    sources.push_back({location, path, prefix, {}});
+py::bytes index_files_jsonl(const FileTriples& files, unsigned jobs, std::int64_t first_file_id) {
+  const std::vector<tarnwick::repo::SourceFile> sources = source_files(files);
   std::string text;
   std::optional<std::string> error;
   {
@@ -241,7 +244,7 @@ py::bytes index_files_jsonl(
         sources, first_file_id, jobs, false,
         [&](const tarnwick::repo::SourceFile& file, const tarnwick::repo::Extracted& e) {
           if (e.error) {
-            error = "cannot read " + e.error->what + ": " + e.error->reason;
+            error = tarnwick::repo::describe(*e.error);
             return false;
           }
           tarnwick::repo::append_records(text, file.path, e.file_id, e.found);
@@ -349,7 +352,7 @@ class PyStore {
     }();
     const tarnwick::store::UpdateSummary& summary = value_of(updated);
     py::list errors;
-    for (const auto& e : summary.errors) errors.append("cannot read " + e.what + ": " + e.reason);
+    for (const auto& e : summary.errors) errors.append(tarnwick::repo::describe(e));
     return py::make_tuple(summary.files, summary.read, summary.parsed, summary.reused,
                           summary.unchanged, summary.unreadable, summary.removed, errors);
   }

@@ -224,6 +224,16 @@ std::optional<Code> code_named(std::string_view name) {
   return std::nullopt;
 }
 
+const std::vector<std::string>& code_names() {
+  // Made on first use and shared read-only from then on.
+  static const std::vector<std::string> names = [] {
+    std::vector<std::string> made;
+    for (const CodeInfo& code : CODES) made.emplace_back(code.name);
+    return made;
+  }();
+  return names;
+}
+
 std::vector<Problem> check_document(const repo::Workspace& workspace, const std::string& path,
                                     std::size_t& links) {
   std::vector<Problem> problems;

@@ -73,6 +73,9 @@ constexpr const CodeInfo& info(Code code) {
 
 std::optional<Code> code_named(std::string_view name);
 
+// Every code's name, in the order of CODES: the words "did you mean" looks among.
+const std::vector<std::string>& code_names();
+
 // Text in double quotes, as messages name targets, paths and codes.
 std::string in_quotes(std::string_view text);
 

@@ -57,7 +57,7 @@ std::string shown(const fs::path& root, const std::string& path) {
 
 void add_errors(const std::vector<repo::ReadError>& errors, std::vector<std::string>& messages) {
   for (const repo::ReadError& error : errors) {
-    messages.push_back("cannot read " + error.what + ": " + error.reason);
+    messages.push_back(repo::describe(error));
   }
 }
 

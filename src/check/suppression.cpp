@@ -70,8 +70,6 @@ Problem suppression_problem(const std::string& path, const gfm::Comment& comment
 
 std::vector<Problem> unsuppressed(std::vector<Problem> problems, const std::string& path,
                                   const std::vector<gfm::Comment>& comments, bool report_unused) {
-  std::vector<std::string> code_names;
-  for (const CodeInfo& code : CODES) code_names.emplace_back(code.name);
   std::vector<Suppression> suppressions;
   std::vector<Problem> bad;       // reported whatever report_unused says
   std::vector<std::size_t> open;  // the starts not yet ended, innermost last
@@ -103,7 +101,7 @@ std::vector<Problem> unsuppressed(std::vector<Problem> problems, const std::stri
         bad.push_back(suppression_problem(
             path, comment, joined(words),
             in_quotes(words[at]) + " is not a problem code, so it silences nothing",
-            text::nearest(words[at], code_names)));
+            text::nearest(words[at], code_names())));
       }
     }
     suppression.inert = suppression.codes.empty() && words.size() > 1;

@@ -15,9 +15,7 @@ std::variant<repo::Config, std::string> configuration(const ConfigChoice& choice
   std::filesystem::path file = choice.file.value_or(std::string(repo::CONFIG_FILE_NAME));
   std::error_code error;
   if (!choice.file && !std::filesystem::exists(file, error)) return repo::Config{};
-  std::vector<std::string> codes;
-  for (const check::CodeInfo& code : check::CODES) codes.emplace_back(code.name);
-  auto read = repo::read_config(file, codes);
+  auto read = repo::read_config(file, check::code_names());
   if (const auto* bad = std::get_if<repo::ConfigError>(&read)) return repo::describe(*bad);
   return std::get<repo::Config>(std::move(read));
 }

@@ -13,7 +13,7 @@ int run_index(const IndexOptions& options, std::ostream& out, std::ostream& err)
   const repo::Selection selection = repo::select_files(options.paths, options.selection);
   if (options.list_files) {
     for (const auto& error : selection.errors) {
-      err << "tarnwick-md: cannot read " << error.what << ": " << error.reason << "\n";
+      err << "tarnwick-md: " << repo::describe(error) << "\n";
     }
     for (const auto& file : selection.files) out << file.location.string() << "\n";
     if (!flushed(out, err)) return 1;
@@ -23,7 +23,7 @@ int run_index(const IndexOptions& options, std::ostream& out, std::ostream& err)
   Summary summary;
   const auto report = [&](const repo::ReadError& error) {
     progress.clear();
-    err << "tarnwick-md: cannot read " << error.what << ": " << error.reason << "\n";
+    err << "tarnwick-md: " << repo::describe(error) << "\n";
     ++summary.errors;
   };
   for (const auto& error : selection.errors) report(error);

@@ -458,13 +458,11 @@ int main(int argc, char** argv) {
     if (!check.changed.empty() && check.changed_since) {
       return usage_error("--changed and --changed-since cannot be used together", std::nullopt);
     }
-    std::vector<std::string> code_names;
-    for (const auto& code : tarnwick::check::CODES) code_names.emplace_back(code.name);
     for (const std::string& name : ignored_codes) {
       const auto code = tarnwick::check::code_named(name);
       if (!code) {
         return usage_error("'" + name + "' is not a problem code",
-                           tarnwick::text::nearest(name, code_names));
+                           tarnwick::text::nearest(name, tarnwick::check::code_names()));
       }
       check.ignored.push_back(*code);
     }

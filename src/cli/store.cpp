@@ -27,7 +27,7 @@ int store_failure(const store::Failure& failure, std::ostream& err) {
 }
 
 void report(const repo::ReadError& error, std::ostream& err) {
-  err << "tarnwick-md: cannot read " << error.what << ": " << error.reason << "\n";
+  err << "tarnwick-md: " << repo::describe(error) << "\n";
 }
 
 }  // namespace

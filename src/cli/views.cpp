@@ -91,7 +91,7 @@ int show(View view, const ViewOptions& options, std::ostream& out, std::ostream&
   const repo::Selection selection = repo::select_files(options.paths);
   bool failed = false;
   for (const auto& error : selection.errors) {
-    err << "tarnwick-md: cannot read " << error.what << ": " << error.reason << "\n";
+    err << "tarnwick-md: " << repo::describe(error) << "\n";
     failed = true;
   }
   Screen screen(out);
@@ -101,7 +101,7 @@ int show(View view, const ViewOptions& options, std::ostream& out, std::ostream&
       selection.files, 1, 1, false, [&](const repo::SourceFile& file, const repo::Extracted& e) {
         const std::string name = file.location.string();
         if (e.error) {
-          err << "tarnwick-md: cannot read " << e.error->what << ": " << e.error->reason << "\n";
+          err << "tarnwick-md: " << repo::describe(*e.error) << "\n";
           failed = true;
           return true;
         }

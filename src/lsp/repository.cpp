@@ -48,14 +48,12 @@ Settings settings_of(const Json& json, std::vector<std::string>& complaints) {
     settings.wiki = wiki.get<bool>();
   const Json& ignore = member(json, {"ignore"});
   if (!ignore.is_array()) return settings;
-  std::vector<std::string> names;
-  for (const check::CodeInfo& code : check::CODES) names.emplace_back(code.name);
   for (const Json& name : ignore) {
     const std::string text = name.is_string() ? name.get<std::string>() : name.dump();
     if (const auto code = check::code_named(text)) {
       settings.ignored.push_back(*code);
     } else {
-      const auto near = text::nearest(text, names);
+      const auto near = text::nearest(text, check::code_names());
       complaints.push_back("'" + text + "' in the setting \"ignore\" is not a problem code" +
                            (near ? " (did you mean '" + *near + "'?)" : ""));
     }
@@ -306,7 +304,7 @@ struct RepositoryFeature::State {
       }
       session.post([this, root, load, workspace, symbols, errors, progress] {
         for (const repo::ReadError& error : errors) {
-          session.log(MessageType::warning, "cannot read " + error.what + ": " + error.reason);
+          session.log(MessageType::warning, repo::describe(error));
         }
         progress->end();
         if (Folder* folder = folder_by_root(root, load)) {
@@ -437,7 +435,8 @@ struct RepositoryFeature::State {
           std::string reason;
           auto bytes = repo::read_file(location, reason);
           if (!bytes) {
-            session.log(MessageType::warning, "cannot read " + location.string() + ": " + reason);
+            session.log(MessageType::warning,
+                        repo::describe(repo::ReadError{location.string(), reason}));
             found.push_back({path, Found::Kind::file, nullptr});
           } else {
             found.push_back(

@@ -257,6 +257,10 @@ std::string directory_root(const fs::path& directory, const SelectionOptions& op
 
 }  // namespace
 
+std::string describe(const ReadError& error) {
+  return "cannot read " + error.what + ": " + error.reason;
+}
+
 Tree list_tree(const fs::path& root, const SelectionOptions& options) {
   Tree tree;
   walk(root, options, tree.errors,

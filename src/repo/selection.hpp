@@ -26,6 +26,9 @@ struct ReadError {
   std::string reason;
 };
 
+// The error as every tool says it: "cannot read WHAT: REASON".
+std::string describe(const ReadError& error);
+
 struct Selection {
   std::vector<SourceFile> files;
   std::vector<ReadError> errors;
