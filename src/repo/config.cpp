@@ -71,7 +71,6 @@ std::variant<Config, ConfigError> read_config(const std::filesystem::path& file,
   }
 
   Config config;
-  config.file = name;
   for (const auto& [key, value] : table) {
     const std::string_view word = key.str();
     const std::int64_t line = line_of(key.source());

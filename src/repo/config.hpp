@@ -24,7 +24,6 @@ struct ConfigString {
 
 // The file's settings, each named as the command line's flag; empty or none when not set.
 struct Config {
-  std::string file;                  // where it was read from, as named; empty when there is none
   std::vector<ConfigString> ignore;  // problem codes not reported
   std::vector<std::string> exclude;  // globs of files whose links are not checked or indexed
   std::vector<std::string> accept;   // globs of link targets, as written, known to be fine

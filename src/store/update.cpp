@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <ctime>
 #include <deque>
 #include <unordered_map>
@@ -112,6 +113,15 @@ std::vector<StoredRow> stored_rows(sqlite::Connection& connection) {
   return rows;
 }
 
+// The selection's switches, stored as "1" or "0" under these names.
+constexpr std::array<std::pair<std::string_view, bool repo::SelectionOptions::*>, 5> SWITCHES = {{
+    {"hidden", &repo::SelectionOptions::hidden},
+    {"follow", &repo::SelectionOptions::follow},
+    {"git_ignores", &repo::SelectionOptions::git_ignores},
+    {"ignore_files", &repo::SelectionOptions::ignore_files},
+    {"paths_from_cwd", &repo::SelectionOptions::paths_from_cwd},
+}};
+
 // The sources of the last update; none before the first.
 std::optional<Sources> stored_sources(sqlite::Connection& connection) {
   auto rows = connection.prepare("SELECT name, value FROM sources ORDER BY ordinal");
@@ -128,12 +138,9 @@ std::optional<Sources> stored_sources(sqlite::Connection& connection) {
     } else if (name == "prefix") {
       selection.prefix = std::move(value);
     } else {
-      const bool set = value == "1";
-      if (name == "hidden") selection.hidden = set;
-      if (name == "follow") selection.follow = set;
-      if (name == "git_ignores") selection.git_ignores = set;
-      if (name == "ignore_files") selection.ignore_files = set;
-      if (name == "paths_from_cwd") selection.paths_from_cwd = set;
+      for (const auto& [switch_name, member] : SWITCHES) {
+        if (name == switch_name) selection.*member = value == "1";
+      }
     }
   }
   return sources;
@@ -148,12 +155,8 @@ void store_sources(sqlite::Connection& connection, const Sources& sources,
   for (const std::string& path : sources.paths) rows.emplace_back("path", path);
   for (const std::string& glob : selection.excludes) rows.emplace_back("exclude", glob);
   if (selection.prefix) rows.emplace_back("prefix", *selection.prefix);
-  for (const auto& [name, set] : {std::pair{"hidden", selection.hidden},
-                                  {"follow", selection.follow},
-                                  {"git_ignores", selection.git_ignores},
-                                  {"ignore_files", selection.ignore_files},
-                                  {"paths_from_cwd", selection.paths_from_cwd}}) {
-    rows.emplace_back(name, set ? "1" : "0");
+  for (const auto& [name, member] : SWITCHES) {
+    rows.emplace_back(name, selection.*member ? "1" : "0");
   }
   for (const repo::ReadError& error : problems) rows.emplace_back(error.what, error.reason);
 
