@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <fnmatch.h>
-#include <git2.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include <set>
 #include <system_error>
 
+#include "repo/git.hpp"
 #include "repo/links.hpp"
 #include "tarnwick/markdown.hpp"
 
@@ -89,24 +89,29 @@ std::string work_tree_rules(std::string_view ignore_file, std::string_view direc
 // that they take precedence over git's (as they do for ripgrep and fd).
 class GitIgnores {
  public:
-  explicit GitIgnores(const fs::path& directory) {
+  // A work tree's rules that cannot be read, libgit2 missing, are named in the errors.
+  GitIgnores(const fs::path& directory, std::vector<ReadError>& errors) {
     if (!may_be_in_work_tree(directory)) return;
-    git_libgit2_init();
-    initialised_ = true;
-    if (git_repository_open_ext(&repository_, directory.c_str(), 0, nullptr) != 0 ||
-        git_repository_is_bare(repository_)) {
-      git_repository_free(repository_);
+    const git::Library& git = git::library();
+    if (!git.failure.empty()) {
+      errors.push_back({directory.string(), "its git ignore rules need libgit2: " + git.failure});
+      return;
+    }
+    git_ = &git;
+    session_.emplace(git);
+    if (git.repository_open_ext(&repository_, directory.c_str(), 0, nullptr) != 0 ||
+        git.repository_is_bare(repository_)) {
+      git.repository_free(repository_);
       repository_ = nullptr;
       return;
     }
     std::error_code error;
-    work_tree_ = fs::canonical(git_repository_workdir(repository_), error);
+    work_tree_ = fs::canonical(git.repository_workdir(repository_), error);
   }
   GitIgnores(const GitIgnores&) = delete;
   GitIgnores& operator=(const GitIgnores&) = delete;
   ~GitIgnores() {
-    git_repository_free(repository_);
-    if (initialised_) git_libgit2_shutdown();
+    if (repository_) git_->repository_free(repository_);
   }
 
   bool ignores(const fs::path& entry, bool is_directory) const {
@@ -115,7 +120,7 @@ class GitIgnores {
     if (!path) return false;
     if (is_directory) *path += '/';
     int ignored = 0;
-    return git_ignore_path_is_ignored(&ignored, repository_, path->c_str()) == 0 && ignored == 1;
+    return git_->ignore_path_is_ignored(&ignored, repository_, path->c_str()) == 0 && ignored == 1;
   }
 
   // Takes in the .ignore file of a directory of the work tree, if it has one. A rule added later
@@ -131,9 +136,8 @@ class GitIgnores {
     const std::optional<std::string> text = read_file(file, reason);
     if (!text) {
       errors.push_back({file.string(), reason});
-    } else if (git_ignore_add_rule(repository_, work_tree_rules(*text, *path).c_str()) != 0) {
-      const git_error* cause = git_error_last();
-      errors.push_back({file.string(), cause ? cause->message : "libgit2 rejected its rules"});
+    } else if (git_->ignore_add_rule(repository_, work_tree_rules(*text, *path).c_str()) != 0) {
+      errors.push_back({file.string(), git::last_error(*git_, "libgit2 rejected its rules")});
     }
   }
 
@@ -173,7 +177,8 @@ class GitIgnores {
     return path;
   }
 
-  bool initialised_ = false;
+  const git::Library* git_ = nullptr;
+  std::optional<git::Session> session_;
   git_repository* repository_ = nullptr;
   fs::path work_tree_;
 };
@@ -195,7 +200,7 @@ void walk(const fs::path& root, const SelectionOptions& options, std::vector<Rea
                                    bool is_directory)>& visit) {
   std::optional<GitIgnores> git;
   if (options.git_ignores) {
-    git.emplace(root);
+    git.emplace(root, errors);
     if (options.ignore_files) git->add_ignore_files_above(root, errors);
   }
   std::set<std::pair<dev_t, ino_t>> visited;
