@@ -10,12 +10,6 @@ install(TARGETS tarnwick_markdown EXPORT tarnwick-markdown-targets
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(EXPORT tarnwick-markdown-targets NAMESPACE tarnwick:: DESTINATION ${package_dir})
 
-# A static library brings its private dependencies to the host.
-if(BUILD_SHARED_LIBS)
-  set(tarnwick_static FALSE)
-else()
-  set(tarnwick_static TRUE)
-endif()
 configure_package_config_file(cmake/tarnwick-markdown-config.cmake.in
   ${PROJECT_BINARY_DIR}/tarnwick-markdown-config.cmake INSTALL_DESTINATION ${package_dir})
 # Before 1.0.0 a new minor version may break the API, so only the same minor version matches.
