@@ -191,6 +191,17 @@ bool matches_any(const std::vector<std::string>& globs, const std::string& name,
   });
 }
 
+// An entry's own type, a symbolic link not followed, as the directory listing gave it where it
+// did: a stat per entry was half of what a warm store update of a large tree cost.
+fs::file_status own_status(const fs::directory_entry& entry, std::error_code& error) {
+  if (entry.is_symlink(error)) return fs::file_status(fs::file_type::symlink);
+  if (error) return {};
+  const fs::file_type type = entry.is_directory(error)      ? fs::file_type::directory
+                             : entry.is_regular_file(error) ? fs::file_type::regular
+                                                            : fs::file_type::unknown;
+  return fs::file_status(type);
+}
+
 // Walks a directory tree, handing each file (a symbolic link not followed is one) and
 // directory that the options keep to `visit` with its path from the root. An entry that cannot be
 // read is named in the errors and the walk goes on with every other one. Followed links never lead
@@ -220,7 +231,7 @@ void walk(const fs::path& root, const SelectionOptions& options, std::vector<Rea
     for (const fs::directory_iterator end; !error && it != end; it.increment(error)) {
       std::error_code status_error;
       const fs::file_status status =
-          options.follow ? it->status(status_error) : it->symlink_status(status_error);
+          options.follow ? it->status(status_error) : own_status(*it, status_error);
       if (status_error) {
         errors.push_back({it->path().string(), status_error.message()});
         continue;

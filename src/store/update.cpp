@@ -6,6 +6,7 @@
 #include <array>
 #include <ctime>
 #include <deque>
+#include <thread>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -41,6 +42,27 @@ std::optional<FileStatus> status_of(const std::filesystem::path& location) {
   if (::stat(location.c_str(), &status) != 0) return std::nullopt;
   return FileStatus{static_cast<std::int64_t>(status.st_size), nanoseconds(status.st_mtim),
                     nanoseconds(status.st_ctim), static_cast<std::int64_t>(status.st_ino)};
+}
+
+// The status of each file, taken on up to `jobs` threads: looking a path up is most of what a
+// warm update of a large tree does, and it keeps a core busy.
+std::vector<std::optional<FileStatus>> statuses_of(const std::vector<repo::SourceFile>& files,
+                                                   unsigned jobs) {
+  constexpr std::size_t FILES_PER_THREAD = 512;
+  std::vector<std::optional<FileStatus>> statuses(files.size());
+  const std::size_t threads =
+      std::clamp<std::size_t>(files.size() / FILES_PER_THREAD, 1, std::max(jobs, 1U));
+  const auto take = [&](std::size_t part) {
+    const std::size_t end = files.size() * (part + 1) / threads;
+    for (std::size_t index = files.size() * part / threads; index < end; ++index) {
+      statuses[index] = status_of(files[index].location);
+    }
+  };
+  std::vector<std::jthread> helpers;
+  for (std::size_t part = 1; part < threads; ++part) helpers.emplace_back(take, part);
+  take(0);
+  helpers.clear();  // joins them
+  return statuses;
 }
 
 std::int64_t now_ns() {
@@ -217,10 +239,9 @@ class Update {
     // The files whose status is as stored keep their records unread.
     std::vector<repo::SourceFile> to_read;
     std::vector<std::size_t> read_index, unread_index;
-    std::vector<std::optional<FileStatus>> statuses(files.size());
+    const std::vector<std::optional<FileStatus>> statuses = statuses_of(files, options_.jobs);
     keys_.assign(files.size(), 0);
     for (std::size_t index = 0; index < files.size(); ++index) {
-      statuses[index] = status_of(files[index].location);
       const auto row = row_of_[index];
       if (row && is_unchanged(rows_[*row], files[index], statuses[index])) {
         keys_[index] = rows_[*row].key;
