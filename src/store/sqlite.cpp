@@ -147,4 +147,13 @@ void WriteTransaction::commit() {
   done_ = true;
 }
 
+void use_write_ahead_log(Connection& connection) {
+  bool wal = false;
+  {
+    auto mode = connection.prepare("PRAGMA journal_mode");
+    wal = mode.step() && mode.text(0) == "wal";
+  }  // finalised: a statement still running is a transaction still open
+  if (!wal) connection.execute("PRAGMA journal_mode = WAL");
+}
+
 }  // namespace tarnwick::store::sqlite

@@ -119,4 +119,7 @@ class WriteTransaction {
   bool done_ = false;
 };
 
+// Puts the database in write-ahead log mode, unless it is already.
+void use_write_ahead_log(Connection& connection);
+
 }  // namespace tarnwick::store::sqlite

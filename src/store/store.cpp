@@ -37,13 +37,10 @@ Result<Store> Store::open(const fs::path& file, Access access,
     }
     if (access != Access::read) {
       // Readers see the store as it was before an update until the update commits, and
-      // are never blocked by it.
-      bool wal = false;
-      {
-        auto mode = connection.prepare("PRAGMA journal_mode");
-        wal = mode.step() && mode.text(0) == "wal";
-      }
-      if (!wal) connection.execute("PRAGMA journal_mode = WAL");
+      // are never blocked by it. A new store is written first with a rollback journal, which
+      // holds nothing of pages the file never had: its records go to the file once, not to
+      // the log and then again into the file (Store::update turns the log on after them).
+      if (found.kind != schema::Kind::empty) sqlite::use_write_ahead_log(connection);
       // Pages wait in a cache of up to 32 MiB rather than spill into the log in the middle of
       // an update; the log, once copied into the store, shrinks to 4 MiB even while readers
       // keep it open.

@@ -279,7 +279,14 @@ class Update {
         move_file_.bind(1, position).bind(2, keys_[index]).run();
       }
     }
-    if (fresh_) connection_.execute("INSERT INTO symbol_text(symbol_text) VALUES ('rebuild')");
+    // Built at once, the search index is then merged into one segment: left as the build
+    // leaves it, in several, the following small updates merged them again now and then,
+    // rewriting up to half of it.
+    if (fresh_) {
+      connection_.execute(
+          "INSERT INTO symbol_text(symbol_text) VALUES ('rebuild'); "
+          "INSERT INTO symbol_text(symbol_text) VALUES ('optimize')");
+    }
     return std::move(summary_);
   }
 
@@ -492,6 +499,15 @@ Result<UpdateSummary> Store::update(const std::optional<Sources>& given,
     store_sources(connection_, sources, selection.errors);
     transaction.commit();
     access_ = Access::update;
+    // A new store was written with a rollback journal (see Store::open); from now on readers
+    // must see it whole during an update. Should another connection hold it at this moment,
+    // the next update turns the log on.
+    if (found.kind == schema::Kind::empty) {
+      try {
+        sqlite::use_write_ahead_log(connection_);
+      } catch (const sqlite::Error&) {
+      }
+    }
     return summary;
   } catch (const sqlite::Error& error) {
     return Failure{sqlite::describe(error, name_)};
