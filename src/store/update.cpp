@@ -201,7 +201,11 @@ void store_sources(sqlite::Connection& connection, const Sources& sources,
   }
 }
 
+// The files whose symbols a new store puts into its search index at once.
+constexpr std::size_t FILES_PER_TEXT_BATCH = 256;
+
 // One update, inside its transaction.
+
 class Update {
  public:
   Update(sqlite::Connection& connection, const UpdateOptions& options)
@@ -262,6 +266,7 @@ class Update {
           const std::size_t index = read_index[next++];
           if (options_.read) options_.read(file, extracted);
           take(index, file, statuses[index], started, extracted);
+          if (fresh_ && next % FILES_PER_TEXT_BATCH == 0) index_text_so_far();
           return true;
         },
         [this](const ContentHash& hash) { return !known_.contains(hash); });
@@ -279,13 +284,11 @@ class Update {
         move_file_.bind(1, position).bind(2, keys_[index]).run();
       }
     }
-    // Built at once, the search index is then merged into one segment: left as the build
-    // leaves it, in several, the following small updates merged them again now and then,
-    // rewriting up to half of it.
+    // The search index of a new store is then merged into one segment: left in several, the
+    // following small updates merged them again now and then, rewriting up to half of it.
     if (fresh_) {
-      connection_.execute(
-          "INSERT INTO symbol_text(symbol_text) VALUES ('rebuild'); "
-          "INSERT INTO symbol_text(symbol_text) VALUES ('optimize')");
+      index_text_so_far();
+      connection_.execute("INSERT INTO symbol_text(symbol_text) VALUES ('optimize')");
     }
     return std::move(summary_);
   }
@@ -325,6 +328,20 @@ class Update {
 
   std::optional<std::int64_t> stored_key(std::optional<std::size_t> row) const {
     return row ? std::optional(rows_[*row].key) : std::nullopt;
+  }
+
+  // Puts the symbols written since the last call into the search index. A new store indexes
+  // them in batches as files are read, while the other threads parse, rather than all at once
+  // at the end, when they would be idle; no symbol of a new store is written twice.
+  void index_text_so_far() {
+    auto last = connection_.prepare("SELECT max(id) FROM symbols");
+    const std::int64_t through = last.step() && !last.is_null(0) ? last.integer(0) : 0;
+    if (through <= indexed_through_) return;
+    auto index = connection_.prepare(
+        "INSERT INTO symbol_text(rowid, name, signature, docstring) "
+        "SELECT id, name, signature, docstring FROM symbols WHERE id > ? AND id <= ? ORDER BY id");
+    index.bind(1, indexed_through_).bind(2, through).run();
+    indexed_through_ = through;
   }
 
   // Stores what was read of a selected file: under its stored key, under the key of a file no
@@ -453,7 +470,8 @@ class Update {
   sqlite::Connection& connection_;
   const UpdateOptions& options_;
   std::vector<StoredRow> rows_;
-  bool fresh_;  // nothing stored: the search index is built once, at the end
+  bool fresh_;  // nothing stored: the search index is built in batches (index_text_so_far)
+  std::int64_t indexed_through_ = 0;  // the last symbol in the search index, when fresh_
   RecordReader reader_;
   RecordWriter writer_;
   sqlite::Statement insert_file_, update_file_, move_file_, delete_file_;

@@ -119,6 +119,7 @@ def test_export_equals_index_after_every_kind_of_change(tarnwick_md, workdir):
         assert exported.stdout == expected.stdout, name
         assert (updated.returncode, exported.returncode) == (expected.returncode,) * 2, name
         assert read_errors(updated) == read_errors(exported) == read_errors(expected), name
+        assert integrity(workdir / "store.db") == [("ok",)], name
         summary = updated.stderr.decode()
         if name == "nothing changed, again":
             assert "5 files (0 read), 0 re-indexed" in summary, summary
@@ -131,6 +132,9 @@ def test_export_equals_index_after_every_kind_of_change(tarnwick_md, workdir):
 
 def integrity(db):
     with sqlite3.connect(db) as connection:
+        # The search index must hold exactly the symbols' text: this raises if it does not.
+        connection.execute(
+            "INSERT INTO symbol_text(symbol_text, rank) VALUES ('integrity-check', 1)")
         return connection.execute("PRAGMA integrity_check").fetchall()
 
 
@@ -212,6 +216,7 @@ def test_two_updates_at_once_both_end_and_agree(tarnwick_md, tmp_path):
     assert "300 re-indexed (300 parsed)" in summaries and "300 unchanged" in summaries, summaries
     exported = run(tarnwick_md, ["export", "--db", tmp_path / "store.db"], tmp_path, False)
     assert exported.stdout == run(tarnwick_md, ["index", tmp_path / "repo"], tmp_path, False).stdout
+    assert integrity(tmp_path / "store.db") == [("ok",)]
 
 
 def test_stores_that_cannot_be_used_get_one_line_and_exit_2(tarnwick_md, tmp_path):
