@@ -1,11 +1,12 @@
 // libgit2, loaded the first time a command meets a git work tree. Linked in, the library and
-// the dozen it pulls in (TLS, SSH, Kerberos) would cost every start of every command some 6 ms of
+// the dozen it pulls in (TLS, SSH, Kerberos) would cost every start of every command some 5 ms of
 // loading and relocation, a query that never reads an ignore rule included.
 #pragma once
 
 #include <git2.h>
 
 #include <string>
+#include <string_view>
 
 namespace tarnwick::repo::git {
 
