@@ -97,30 +97,51 @@ bool RecordReader::titled_by_front_matter(std::int64_t file) {
   return titled;
 }
 
-RecordWriter::RecordWriter(sqlite::Connection& connection, bool index_text)
-    : indexes_text_(index_text),
+// The symbols' columns the search index holds, in its order.
+#define TARNWICK_TEXT_COLUMNS "name, signature, docstring"
+
+RecordWriter::RecordWriter(sqlite::Connection& connection, TextIndexing text_indexing)
+    : text_indexing_(text_indexing),
       old_symbols_(connection.prepare("SELECT id, local_fqn FROM symbols WHERE file = ?")),
       unindex_text_(connection.prepare(
-          "INSERT INTO symbol_text(symbol_text, rowid, name, signature, docstring) "
-          "SELECT 'delete', id, name, signature, docstring FROM symbols WHERE file = ?")),
+          "INSERT INTO symbol_text(symbol_text, rowid, " TARNWICK_TEXT_COLUMNS ") "
+          "SELECT 'delete', id, " TARNWICK_TEXT_COLUMNS " FROM symbols WHERE file = ?")),
       delete_symbols_(connection.prepare("DELETE FROM symbols WHERE file = ?")),
       delete_references_(connection.prepare("DELETE FROM refs WHERE file = ?")),
       insert_symbol_(connection.prepare(
           "INSERT INTO symbols(id, file, ordinal, name, kind, local_fqn, start_line, end_line, "
           "signature, is_export, docstring, anchor) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)")),
-      index_text_(
-          connection.prepare("INSERT INTO symbol_text(rowid, name, signature, docstring) "
-                             "SELECT id, name, signature, docstring FROM symbols WHERE file = ?")),
+      index_text_(connection.prepare("INSERT INTO symbol_text(rowid, " TARNWICK_TEXT_COLUMNS ") "
+                                     "SELECT id, " TARNWICK_TEXT_COLUMNS
+                                     " FROM symbols WHERE file = ?")),
+      last_symbol_(connection.prepare("SELECT max(id) FROM symbols")),
+      index_text_between_(connection.prepare(
+          "INSERT INTO symbol_text(rowid, " TARNWICK_TEXT_COLUMNS ") "
+          "SELECT id, " TARNWICK_TEXT_COLUMNS " FROM symbols WHERE id > ? AND id <= ? "
+          "ORDER BY id")),
       insert_reference_(connection.prepare(
           "INSERT INTO refs(file, name, qualifier, kind, line, local_source_fqn, target, "
           "wiki_name) VALUES (?, ?, ?, ?, ?, ?, ?, ?)")) {}
+
+#undef TARNWICK_TEXT_COLUMNS
+
+void RecordWriter::index_new_text() {
+  const std::int64_t through =
+      last_symbol_.step() && !last_symbol_.is_null(0) ? last_symbol_.integer(0) : 0;
+  last_symbol_.reset();
+  if (through <= indexed_through_) return;
+  index_text_between_.bind(1, indexed_through_).bind(2, through).run();
+  indexed_through_ = through;
+}
 
 std::unordered_map<std::string, std::int64_t> RecordWriter::take_out(std::int64_t file) {
   std::unordered_map<std::string, std::int64_t> keys;
   old_symbols_.bind(1, file);
   while (old_symbols_.step()) keys.emplace(old_symbols_.text(1), old_symbols_.integer(0));
   old_symbols_.reset();
-  if (indexes_text_ && !keys.empty()) unindex_text_.bind(1, file).run();
+  if (text_indexing_ == TextIndexing::per_file && !keys.empty()) {
+    unindex_text_.bind(1, file).run();
+  }
   if (!keys.empty()) delete_symbols_.bind(1, file).run();
   delete_references_.bind(1, file).run();
   return keys;
@@ -151,7 +172,9 @@ void RecordWriter::replace(std::int64_t file, const FileNames& names,
         .bind(12, anchor);
     insert_symbol_.run();
   }
-  if (indexes_text_ && !document.symbols.empty()) index_text_.bind(1, file).run();
+  if (text_indexing_ == TextIndexing::per_file && !document.symbols.empty()) {
+    index_text_.bind(1, file).run();
+  }
   for (const ReferenceInfo& reference : document.references) {
     const Leads to = leads(names, reference);
     std::optional<std::string> local_source;

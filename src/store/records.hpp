@@ -36,11 +36,15 @@ class RecordReader {
   sqlite::Statement title_;
 };
 
-// Replaces and removes the records of stored files, with statements prepared once. The search
-// index of the symbols' text follows, unless the caller rebuilds it afterwards.
+// How a writer keeps the search index of the symbols' text: with each file it writes, or in
+// batches the caller asks for, which only suits a new store, whose symbols are only ever added.
+enum class TextIndexing { per_file, batched };
+
+// Replaces and removes the records of stored files, with statements prepared once, and keeps
+// the search index of the symbols' text as `TextIndexing` says.
 class RecordWriter {
  public:
-  RecordWriter(sqlite::Connection& connection, bool index_text);
+  RecordWriter(sqlite::Connection& connection, TextIndexing text_indexing);
 
   // Replaces a file's records; each heading gets the id GitHub gives it (`titled`: the first
   // section is the front matter's title, no heading). A section keeps its key when the file
@@ -49,18 +53,23 @@ class RecordWriter {
                bool titled);
   // Removes a file's records.
   void remove(std::int64_t file);
+  // With TextIndexing::batched: puts the symbols written since the last call into the index.
+  void index_new_text();
 
  private:
   // Removes the records, and gives the keys of the symbols by their FQN without the prefix.
   std::unordered_map<std::string, std::int64_t> take_out(std::int64_t file);
 
-  bool indexes_text_;
+  TextIndexing text_indexing_;
+  std::int64_t indexed_through_ = 0;  // the last symbol in the index, when batched
   sqlite::Statement old_symbols_;
   sqlite::Statement unindex_text_;
   sqlite::Statement delete_symbols_;
   sqlite::Statement delete_references_;
   sqlite::Statement insert_symbol_;
   sqlite::Statement index_text_;
+  sqlite::Statement last_symbol_;
+  sqlite::Statement index_text_between_;
   sqlite::Statement insert_reference_;
 };
 

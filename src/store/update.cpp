@@ -201,11 +201,11 @@ void store_sources(sqlite::Connection& connection, const Sources& sources,
   }
 }
 
-// The files whose symbols a new store puts into its search index at once.
+// The files whose symbols a new store puts into its search index at once: in batches as files
+// are read, while the other threads parse, rather than all at the end, when they would idle.
 constexpr std::size_t FILES_PER_TEXT_BATCH = 256;
 
 // One update, inside its transaction.
-
 class Update {
  public:
   Update(sqlite::Connection& connection, const UpdateOptions& options)
@@ -214,7 +214,7 @@ class Update {
         rows_(stored_rows(connection)),
         fresh_(rows_.empty()),
         reader_(connection),
-        writer_(connection, !fresh_),
+        writer_(connection, fresh_ ? TextIndexing::batched : TextIndexing::per_file),
         insert_file_(connection.prepare(
             "INSERT INTO files(position, path, prefix, root, wiki_name, location, size, "
             "mtime_ns, ctime_ns, inode, trusted, hash, error) "
@@ -266,7 +266,7 @@ class Update {
           const std::size_t index = read_index[next++];
           if (options_.read) options_.read(file, extracted);
           take(index, file, statuses[index], started, extracted);
-          if (fresh_ && next % FILES_PER_TEXT_BATCH == 0) index_text_so_far();
+          if (fresh_ && next % FILES_PER_TEXT_BATCH == 0) writer_.index_new_text();
           return true;
         },
         [this](const ContentHash& hash) { return !known_.contains(hash); });
@@ -287,7 +287,7 @@ class Update {
     // The search index of a new store is then merged into one segment: left in several, the
     // following small updates merged them again now and then, rewriting up to half of it.
     if (fresh_) {
-      index_text_so_far();
+      writer_.index_new_text();
       connection_.execute("INSERT INTO symbol_text(symbol_text) VALUES ('optimize')");
     }
     return std::move(summary_);
@@ -328,20 +328,6 @@ class Update {
 
   std::optional<std::int64_t> stored_key(std::optional<std::size_t> row) const {
     return row ? std::optional(rows_[*row].key) : std::nullopt;
-  }
-
-  // Puts the symbols written since the last call into the search index. A new store indexes
-  // them in batches as files are read, while the other threads parse, rather than all at once
-  // at the end, when they would be idle; no symbol of a new store is written twice.
-  void index_text_so_far() {
-    auto last = connection_.prepare("SELECT max(id) FROM symbols");
-    const std::int64_t through = last.step() && !last.is_null(0) ? last.integer(0) : 0;
-    if (through <= indexed_through_) return;
-    auto index = connection_.prepare(
-        "INSERT INTO symbol_text(rowid, name, signature, docstring) "
-        "SELECT id, name, signature, docstring FROM symbols WHERE id > ? AND id <= ? ORDER BY id");
-    index.bind(1, indexed_through_).bind(2, through).run();
-    indexed_through_ = through;
   }
 
   // Stores what was read of a selected file: under its stored key, under the key of a file no
@@ -470,8 +456,7 @@ class Update {
   sqlite::Connection& connection_;
   const UpdateOptions& options_;
   std::vector<StoredRow> rows_;
-  bool fresh_;  // nothing stored: the search index is built in batches (index_text_so_far)
-  std::int64_t indexed_through_ = 0;  // the last symbol in the search index, when fresh_
+  bool fresh_;  // nothing stored: the search index is built in batches
   RecordReader reader_;
   RecordWriter writer_;
   sqlite::Statement insert_file_, update_file_, move_file_, delete_file_;
